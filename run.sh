@@ -1,0 +1,69 @@
+#!/usr/bin/env bash
+# One entry point for a fresh Debian 12 machine: installs what is missing, configures, builds,
+# then runs the main job or the whole test suite.
+#
+#   bash run.sh demo    the main job: an off-device session of the node in the host emulator
+#   bash run.sh test    every test (unit, contract, integration, sim)
+#   bash run.sh build   install and build only
+set -euo pipefail
+
+cd "$(dirname "$(readlink -f "$0")")"
+BUILD_DIR=${BUILD_DIR:-build}
+JOBS=$(nproc 2>/dev/null || echo 2)
+
+PACKAGES=(
+  g++ make cmake ninja-build
+  libgtest-dev libgmock-dev
+  libcjson-dev android-liblog-dev android-libcutils-dev
+)
+
+as_root() {
+  if [ "$(id -u)" -eq 0 ]; then "$@"
+  elif command -v sudo >/dev/null 2>&1; then sudo "$@"
+  else echo "run.sh: installing packages needs root (missing: ${MISSING[*]})" >&2; exit 1
+  fi
+}
+
+install_missing() {
+  MISSING=()
+  for pkg in "${PACKAGES[@]}"; do
+    if ! dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q "install ok installed"; then
+      MISSING+=("$pkg")
+    fi
+  done
+  if [ ${#MISSING[@]} -gt 0 ]; then
+    echo "run.sh: installing ${MISSING[*]}"
+    as_root env DEBIAN_FRONTEND=noninteractive apt-get update -q
+    as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends "${MISSING[@]}"
+  fi
+}
+
+configure_and_build() {
+  local generator=()
+  command -v ninja >/dev/null 2>&1 && generator=(-G Ninja)
+  if [ ! -f "$BUILD_DIR/CMakeCache.txt" ]; then
+    cmake -S . -B "$BUILD_DIR" "${generator[@]}" -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@"
+  fi
+  cmake --build "$BUILD_DIR" -j "$JOBS"
+}
+
+case "${1:-}" in
+  demo)
+    install_missing
+    configure_and_build
+    "$BUILD_DIR/bin/oisverify" info
+    ;;
+  test)
+    install_missing
+    configure_and_build
+    ctest --test-dir "$BUILD_DIR" --output-on-failure -j "$JOBS"
+    ;;
+  build)
+    install_missing
+    configure_and_build
+    ;;
+  *)
+    echo "usage: bash run.sh demo|test|build" >&2
+    exit 2
+    ;;
+esac
