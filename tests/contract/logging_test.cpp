@@ -72,6 +72,8 @@ struct MaskCase
     size_t      androidLines;
 };
 
+void PrintTo(const MaskCase& param, std::ostream* pOut) { *pOut << param.name; }
+
 class NodeLoggingMasks : public NodeLoggingTest, public ::testing::WithParamInterface<MaskCase> {};
 
 TEST_P(NodeLoggingMasks, DecideWhichSinksSeeTheLine)

@@ -82,6 +82,8 @@ struct RejectedTable
     const char* message;
 };
 
+void PrintTo(const RejectedTable& param, std::ostream* pOut) { *pOut << param.name; }
+
 class NodeEntryRejects : public NodeEntryTest, public ::testing::WithParamInterface<RejectedTable> {};
 
 TEST_P(NodeEntryRejects, LeavesTheTableExactlyAsPassed)
