@@ -10,7 +10,7 @@
 
 #include "chilog.h"
 #include "chinode.h"
-#include "logcapture.h"
+#include "chihost/emulator/logcapture.h"
 
 namespace
 {
@@ -37,7 +37,7 @@ protected:
     // Logs "Invalid argument: pCapsInfo is NULL" at error level.
     void LogOneError() { (void)m_callbacks.pGetCapabilities(nullptr); }
 
-    testsupport::LogCapture m_log;
+    chihost::LogCapture m_log;
     void*                   m_library = nullptr;
     CHINODECALLBACKS        m_callbacks;
 };
@@ -47,7 +47,7 @@ TEST_F(NodeLoggingTest, AndroidLineComesFirstWithTheFullPrefix)
     LogOneError();
     auto lines = m_log.Lines();
     ASSERT_EQ(lines.size(), 2u);
-    EXPECT_EQ(lines[0].sink, testsupport::CapturedLine::AndroidLog);
+    EXPECT_EQ(lines[0].sink, chihost::CapturedLine::AndroidLog);
     EXPECT_EQ(lines[0].tag, "OisVerify");
     EXPECT_EQ(lines[0].level, 'E');
     EXPECT_TRUE(std::regex_match(lines[0].message,
@@ -55,7 +55,7 @@ TEST_F(NodeLoggingTest, AndroidLineComesFirstWithTheFullPrefix)
                                             R"(OisVerifyNodeGetCaps\(\) Invalid argument: pCapsInfo is NULL\n?)")))
         << lines[0].message;
 
-    EXPECT_EQ(lines[1].sink, testsupport::CapturedLine::ChiLog);
+    EXPECT_EQ(lines[1].sink, chihost::CapturedLine::ChiLog);
     EXPECT_EQ(lines[1].level, 'E');
     EXPECT_EQ(lines[1].file, "camxchinodezelkoisverify.cpp");
     EXPECT_EQ(lines[1].function, "OisVerifyNodeGetCaps");
@@ -85,7 +85,7 @@ TEST_P(NodeLoggingMasks, DecideWhichSinksSeeTheLine)
     size_t android = 0;
     for (const auto& line : m_log.Lines())
     {
-        (line.sink == testsupport::CapturedLine::ChiLog ? chi : android)++;
+        (line.sink == chihost::CapturedLine::ChiLog ? chi : android)++;
     }
     EXPECT_EQ(chi, GetParam().chiLines);
     EXPECT_EQ(android, GetParam().androidLines);

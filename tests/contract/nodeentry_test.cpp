@@ -9,7 +9,7 @@
 
 #include "chilog.h"
 #include "chinode.h"
-#include "logcapture.h"
+#include "chihost/emulator/logcapture.h"
 
 namespace
 {
@@ -36,7 +36,7 @@ protected:
         EXPECT_TRUE(m_log.HasChiLine('E', message)) << "missing error line: " << message;
     }
 
-    testsupport::LogCapture m_log;
+    chihost::LogCapture m_log;
     void*                   m_library = nullptr;
     PFNCHINODEENTRY         m_entry   = nullptr;
     CHINODECALLBACKS        m_callbacks;

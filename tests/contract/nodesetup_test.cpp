@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include "logcapture.h"
+#include "chihost/emulator/logcapture.h"
 #include "nodeharness.h"
 
 namespace
@@ -48,7 +48,7 @@ protected:
         return outcome.hNode;
     }
 
-    testsupport::LogCapture  m_log;
+    chihost::LogCapture  m_log;
     testsupport::NodeHarness m_harness;
 };
 

@@ -1,20 +1,24 @@
-// Captures what the node logs, through both of its sinks: the CHI log (ChiLog::LogSystem) and
-// the Android log (liblog). Lines are kept in arrival order so tests can check content, level,
-// function name and which sink saw a line first.
-#ifndef ZELK_TESTS_SUPPORT_LOGCAPTURE_H
-#define ZELK_TESTS_SUPPORT_LOGCAPTURE_H
+// Captures what a node logs, through both of its sinks: the CHI log (ChiLog::LogSystem) and the
+// Android log (liblog). Lines are kept in arrival order so tests and tools can check content,
+// level, function name and which sink saw a line first. While a capture is alive the CHI log's
+// stderr echo is off unless asked for, and liblog's output goes to the capture only. One capture
+// at a time per process.
+#ifndef ZELK_CHIHOST_EMULATOR_LOGCAPTURE_H
+#define ZELK_CHIHOST_EMULATOR_LOGCAPTURE_H
 
 #include <mutex>
 #include <string>
 #include <vector>
 
+#include "chihost/emulator/status.h"
+
 struct ChiHostLogRecord;
 struct __android_logger_data;
 
-namespace testsupport
+namespace chihost
 {
 
-struct CapturedLine
+struct CHIHOST_EMULATOR_API CapturedLine
 {
     enum Sink { ChiLog, AndroidLog } sink;
     char        level;    // E, W, I, V (Android lines: from the priority; verbose and info are I)
@@ -25,10 +29,11 @@ struct CapturedLine
     std::string tag;      // Android log only
 };
 
-class LogCapture
+class CHIHOST_EMULATOR_API LogCapture
 {
 public:
-    LogCapture();
+    // echo: also print every captured line to stderr as it arrives.
+    explicit LogCapture(bool echo = false);
     ~LogCapture();
     LogCapture(const LogCapture&)            = delete;
     LogCapture& operator=(const LogCapture&) = delete;
@@ -47,10 +52,13 @@ private:
     static void OnChiLog(const ::ChiHostLogRecord* pRecord, void* pContext);
     static void OnAndroidLog(const ::__android_logger_data* pData, const char* pMessage);
 
+    void Add(const CapturedLine& line);
+
+    bool                      m_echo;
     mutable std::mutex        m_mutex;
     std::vector<CapturedLine> m_lines;
 };
 
-} // namespace testsupport
+} // namespace chihost
 
-#endif // ZELK_TESTS_SUPPORT_LOGCAPTURE_H
+#endif // ZELK_CHIHOST_EMULATOR_LOGCAPTURE_H

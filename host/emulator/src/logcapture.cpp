@@ -1,11 +1,13 @@
-// Log capture for tests; see logcapture.h.
-#include "logcapture.h"
+// Capture of a node's log lines; see logcapture.h.
+#include "chihost/emulator/logcapture.h"
+
+#include <stdio.h>
 
 #include <android/log.h>
 
 #include "chihost/hostlog.h"
 
-namespace testsupport
+namespace chihost
 {
 
 namespace
@@ -24,7 +26,8 @@ char LevelOfPriority(int priority)
 }
 } // namespace
 
-LogCapture::LogCapture()
+LogCapture::LogCapture(bool echo)
+    : m_echo(echo)
 {
     g_activeCapture = this;
     ChiHostLogSetEcho(0);
@@ -50,8 +53,7 @@ void LogCapture::OnChiLog(const ChiHostLogRecord* pRecord, void* pContext)
     line.file     = (pRecord->pFileName != nullptr) ? pRecord->pFileName : "";
     line.line     = pRecord->line;
     line.message  = (pRecord->pMessage != nullptr) ? pRecord->pMessage : "";
-    std::lock_guard<std::mutex> lock(pSelf->m_mutex);
-    pSelf->m_lines.push_back(line);
+    pSelf->Add(line);
 }
 
 void LogCapture::OnAndroidLog(const __android_logger_data* pData, const char* pMessage)
@@ -66,8 +68,18 @@ void LogCapture::OnAndroidLog(const __android_logger_data* pData, const char* pM
     line.level   = LevelOfPriority(pData->priority);
     line.tag     = (pData->tag != nullptr) ? pData->tag : "";
     line.message = (pMessage != nullptr) ? pMessage : "";
-    std::lock_guard<std::mutex> lock(pSelf->m_mutex);
-    pSelf->m_lines.push_back(line);
+    pSelf->Add(line);
+}
+
+void LogCapture::Add(const CapturedLine& line)
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_lines.push_back(line);
+    if (m_echo && line.sink == CapturedLine::ChiLog)
+    {
+        fprintf(stderr, "%c %s:%d %s() %s\n", line.level, line.file.c_str(), line.line, line.function.c_str(),
+                line.message.c_str());
+    }
 }
 
 std::vector<CapturedLine> LogCapture::Lines() const
@@ -138,4 +150,4 @@ void LogCapture::Clear()
     m_lines.clear();
 }
 
-} // namespace testsupport
+} // namespace chihost

@@ -1,0 +1,13 @@
+// The oisverify commands; each takes the program's arguments and the index of its first option
+// and returns the process exit code (0 success, 1 failure, 2 usage error).
+#ifndef ZELK_TOOLS_OISVERIFY_COMMANDS_H
+#define ZELK_TOOLS_OISVERIFY_COMMANDS_H
+
+namespace oisverify
+{
+
+int RunInfo(int argc, char** argv, int first);
+
+} // namespace oisverify
+
+#endif // ZELK_TOOLS_OISVERIFY_COMMANDS_H
