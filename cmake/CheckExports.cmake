@@ -1,6 +1,7 @@
 # cmake -DLIBRARY=<shared library> -DEXPECTED=<symbol;...> -P CheckExports.cmake
 # Fails unless the library's dynamic symbol table defines exactly the expected symbols, apart from
 # the ones the toolchain adds to every shared object.
+cmake_policy(SET CMP0007 NEW)
 find_program(NM_TOOL NAMES nm REQUIRED)
 execute_process(COMMAND ${NM_TOOL} -D --defined-only --format=just-symbols ${LIBRARY}
                 OUTPUT_VARIABLE _symbols RESULT_VARIABLE _result)
