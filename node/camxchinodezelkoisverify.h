@@ -131,9 +131,15 @@ public:
     void      FlushRequest(CHINODEFLUSHREQUESTINFO* pFlushRequestInfo);
     UINT32    GetFlushResponseBaseMs() const { return m_flushResponseBaseMs; }
 
-    void SetOISVerifyState(OISVerifyState state);
+    void           SetOISVerifyState(OISVerifyState state);
+    OISVerifyState GetOISVerifyState() const
+    {
+        return static_cast<OISVerifyState>(m_oisVerifyState.load(std::memory_order_relaxed));
+    }
 
 private:
+    friend struct ChiOisVerifyNodeTestPeer; // white-box unit tests only
+
     ChiOisVerifyNode(const ChiOisVerifyNode&)            = delete;
     ChiOisVerifyNode& operator=(const ChiOisVerifyNode&) = delete;
 

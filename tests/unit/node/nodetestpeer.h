@@ -1,0 +1,63 @@
+// White-box access to a node for unit tests: sets the measured values a report shows and
+// reaches the engine's private steps, without going through frames.
+#ifndef ZELK_TESTS_UNIT_NODE_NODETESTPEER_H
+#define ZELK_TESTS_UNIT_NODE_NODETESTPEER_H
+
+#include "camxchinodezelkoisverify.h"
+
+struct ChiOisVerifyNodeTestPeer
+{
+    struct Measurement
+    {
+        INT32  cropLength;
+        FLOAT  algoFps;
+        INT32  dumpImageProp;
+        INT32  debugMode;
+        UINT32 dropFrameNum;
+        UINT32 testFreq;
+        UINT32 minFrameCount;
+        UINT32 maxVerifyTime;
+        UINT32 skipFrames;
+        INT32  algoReturn;
+        FLOAT  horSR;
+        FLOAT  verSR;
+        FLOAT  horBlur;
+        FLOAT  verBlur;
+        FLOAT  baseGainX;
+        FLOAT  baseGainY;
+    };
+
+    static void SetMeasurement(ChiOisVerifyNode& node, const Measurement& m)
+    {
+        node.m_cropLength       = m.cropLength;
+        node.m_algoFps          = m.algoFps;
+        node.m_DumpImageProp    = m.dumpImageProp;
+        node.m_isDebugMode      = m.debugMode;
+        node.m_dropFrameNum     = m.dropFrameNum;
+        node.m_oisTestFreq      = m.testFreq;
+        node.m_minFrameCount    = m.minFrameCount;
+        node.m_maxVerifyTime    = m.maxVerifyTime;
+        node.m_skipAlgoFrameNum = m.skipFrames;
+        node.m_algoReturn       = m.algoReturn;
+        node.m_verifyResult     = { 0, m.horSR, m.verSR, m.horBlur, m.verBlur };
+        node.m_baseGainX        = m.baseGainX;
+        node.m_baseGainY        = m.baseGainY;
+    }
+
+    static void SetCalibration(ChiOisVerifyNode& node, INT32 enabled, const OISSelectedGain& selected)
+    {
+        node.m_isGyroGainCalib = enabled;
+        node.m_selectedGain    = selected;
+    }
+
+    static void SetSession(ChiOisVerifyNode& node, CHIHANDLE hSession) { node.m_hChiSession = hSession; }
+
+    static std::mutex& StateMutex(ChiOisVerifyNode& node) { return node.m_stateMutex; }
+
+    static void Publish(ChiOisVerifyNode& node, CHINODEPROCESSREQUESTINFO* pRequest)
+    {
+        node.UpdateOISVerifyInfo(pRequest);
+    }
+};
+
+#endif // ZELK_TESTS_UNIT_NODE_NODETESTPEER_H
