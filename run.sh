@@ -38,29 +38,41 @@ install_missing() {
   fi
 }
 
+# configure_and_build DIR [TARGET] [CMAKE OPTIONS...]
 configure_and_build() {
+  local dir=$1 target=${2:-all}
+  shift 2 || shift $#
   local generator=()
   command -v ninja >/dev/null 2>&1 && generator=(-G Ninja)
-  if [ ! -f "$BUILD_DIR/CMakeCache.txt" ]; then
-    cmake -S . -B "$BUILD_DIR" "${generator[@]}" -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@"
+  if [ ! -f "$dir/CMakeCache.txt" ]; then
+    cmake -S . -B "$dir" "${generator[@]}" -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@"
   fi
-  cmake --build "$BUILD_DIR" -j "$JOBS"
+  cmake --build "$dir" -j "$JOBS" --target "$target"
+}
+
+# The concurrency tests again, built with ThreadSanitizer.
+run_thread_sanitizer_tests() {
+  local dir="$BUILD_DIR-tsan"
+  configure_and_build "$dir" zelk_concurrency_tests -DZELK_SANITIZE=thread
+  TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" \
+    ctest --test-dir "$dir" --output-on-failure --no-tests=error -j "$JOBS" -R _concurrency_
 }
 
 case "${1:-}" in
   demo)
     install_missing
-    configure_and_build
+    configure_and_build "$BUILD_DIR"
     "$BUILD_DIR/bin/oisverify" info
     ;;
   test)
     install_missing
-    configure_and_build
-    ctest --test-dir "$BUILD_DIR" --output-on-failure -j "$JOBS"
+    configure_and_build "$BUILD_DIR"
+    ctest --test-dir "$BUILD_DIR" --output-on-failure --no-tests=error -j "$JOBS"
+    run_thread_sanitizer_tests
     ;;
   build)
     install_missing
-    configure_and_build
+    configure_and_build "$BUILD_DIR"
     ;;
   *)
     echo "usage: bash run.sh demo|test|build" >&2

@@ -1,5 +1,5 @@
-# zelk_add_gtest(NAME LABEL <unit|contract|integration|sim> [EXTRA_LABELS ...] SOURCES ...
-#                [LIBS ...] [DEFINES ...] [INCLUDES ...])
+# zelk_add_gtest(NAME LABEL <unit|contract|integration|sim> SOURCES ... [LIBS ...] [DEFINES ...]
+#                [INCLUDES ...])
 # Builds one GoogleTest program and registers each of its tests as its own CTest test, so that
 # every test runs in a fresh process (properties, settings and the working directory are
 # process-wide in the host kit).
@@ -7,7 +7,7 @@ find_package(GTest REQUIRED)
 include(GoogleTest)
 
 function(zelk_add_gtest name)
-  cmake_parse_arguments(ARG "" "LABEL" "EXTRA_LABELS;SOURCES;LIBS;DEFINES;INCLUDES" ${ARGN})
+  cmake_parse_arguments(ARG "" "LABEL" "SOURCES;LIBS;DEFINES;INCLUDES" ${ARGN})
   if(NOT ARG_LABEL MATCHES "^(unit|contract|integration|sim)$")
     message(FATAL_ERROR "zelk_add_gtest(${name}): LABEL must be unit, contract, integration or sim")
   endif()
@@ -17,6 +17,6 @@ function(zelk_add_gtest name)
   target_include_directories(${name} PRIVATE ${ARG_INCLUDES})
   gtest_discover_tests(${name}
     TEST_PREFIX "${name}."
-    PROPERTIES LABELS "${ARG_LABEL};${ARG_EXTRA_LABELS}" TIMEOUT 300
+    PROPERTIES LABELS ${ARG_LABEL} TIMEOUT 300
     DISCOVERY_TIMEOUT 60)
 endfunction()
