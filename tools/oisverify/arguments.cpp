@@ -10,11 +10,11 @@ namespace
 {
 const OptionSpec* FindSpec(const std::vector<OptionSpec>& specs, const std::string& name)
 {
-    for (const OptionSpec& spec : specs)
+    for (const OptionSpec& option : specs)
     {
-        if (spec.name == name)
+        if (option.name == name)
         {
-            return &spec;
+            return &option;
         }
     }
     return nullptr;
@@ -120,11 +120,11 @@ bool WantsHelp(int argc, char** argv, int first)
 std::string DescribeOptions(const std::vector<OptionSpec>& specs)
 {
     std::ostringstream text;
-    for (const OptionSpec& spec : specs)
+    for (const OptionSpec& option : specs)
     {
-        std::string left = "  --" + spec.name + (spec.takesValue ? " " + spec.valueName : "");
-        text << left << std::string(left.size() < 32 ? 32 - left.size() : 1, ' ') << spec.help
-             << (spec.repeatable ? " (repeatable)" : "") << "\n";
+        std::string left = "  --" + option.name + (option.takesValue ? " " + option.valueName : "");
+        text << left << std::string(left.size() < 32 ? 32 - left.size() : 1, ' ') << option.help
+             << (option.repeatable ? " (repeatable)" : "") << "\n";
     }
     return text.str();
 }

@@ -93,17 +93,17 @@ bool PrintCalibrationParameters(const chihost::LogCapture& log)
     const std::string& text  = lines.back().message;
     size_t             split = text.find(" m_oisCalibPara.roleId ");
     int   role = 0, axis = 0, wait = 0;
-    float spec = 0, step = 0, limit = 0;
+    float srLimit = 0, step = 0, limit = 0;
     if (split == std::string::npos ||
         sscanf(text.c_str() + split, " m_oisCalibPara.roleId %d calibSingleAxis %d oisSpec %f oisCalibGainStep %f "
-               "oisCalibGainLimit %f waitApplyFrameCnt %d", &role, &axis, &spec, &step, &limit, &wait) != 6)
+               "oisCalibGainLimit %f waitApplyFrameCnt %d", &role, &axis, &srLimit, &step, &limit, &wait) != 6)
     {
         return false;
     }
     printf("Calibration      vendor.debug.camera.oisGainCalibrate = \"%s\"\n", text.substr(14, split - 14).c_str());
     printf("                   camera role        %d\n", role);
     printf("                   axes               %s\n", axis == 1 ? "X only" : axis == 2 ? "Y only" : "both");
-    printf("                   SR spec            %.2f dB\n", spec);
+    printf("                   SR pass limit      %.2f dB\n", srLimit);
     printf("                   gain step          %.2f of base\n", step);
     printf("                   gain limit         +/-%.2f of base\n", limit);
     printf("                   settle frames      %d\n", wait);
