@@ -161,6 +161,25 @@ private:
 
     // Engine
     CDKResult GetOISVerifyMeta(CHINODEPROCESSREQUESTINFO* pProcessRequestInfo);
+    void      ExecOISVerifyAlgo(CHINODEPROCESSREQUESTINFO* pProcessRequestInfo);
+    void      MeasureBuffer(const CHIIMAGELIST* pBuffer, INT32 frameNum);
+    UINT8*    TakeDebugImage();
+    BOOL      SaveAlgoResultToBuffer(const OISPointResult& points, INT32 frameNum);
+    void      RecordSavedResult(const OISPointResult& points, INT32 frameNum, INT32 algoReturn);
+    void      ActOnAlgoReturn(INT32 algoReturn, const OISPointResult& points);
+    void      CalculatePointBlur();
+    void      CalculateSR();
+    void      IsVerifyDone();
+
+    // Images
+    static UINT32       InputCount(const CHINODEPROCESSREQUESTINFO* pProcessRequestInfo);
+    static BOOL         CropWindowFits(INT32 width, INT32 height, INT32 stride, INT32 cropLength);
+    const UINT8*        LumaPlane(const CHIIMAGELIST* pBuffer, UINT32 imageIndex);
+    INT32               CropImage(const UINT8* pInput, INT32 width, INT32 height, INT32 stride, INT32 scanline,
+                                  UINT8** ppOutput, INT32* pCropLength);
+    void                DumpInputImage(CHINODEPROCESSREQUESTINFO* pProcessRequestInfo);
+    void                DumpInputCrop(const CHIIMAGELIST* pBuffer, UINT32 imageIndex, INT32 frameNum);
+    void                DumpDebugYUV(const UINT8* pCrop);
     void UpdateOISVerifyInfo(CHINODEPROCESSREQUESTINFO* pProcessRequestInfo);
     BOOL ApplyStateTransition(OISVerifyState requested);
     void GenerateJson();

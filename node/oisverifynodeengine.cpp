@@ -1,8 +1,14 @@
-// Per-request work of the node. Each request reads the app's requested state, then publishes the
-// node's state and SR back to the app. Problems never fail a request: they become node states
-// and log lines.
+// Per-request work of the node: read the app's requested state, optionally dump the inputs,
+// measure the frames, evaluate blur and SR and decide, publish state and SR back to the app.
+// Problems never fail a request: they become node states and log lines.
 #include "camxchinodezelkoisverify.h"
 #include "oisverifylog.h"
+
+namespace
+{
+// Failed algorithm runs (in total, not in a row) that end a measurement.
+const UINT32 MaxSkippedFrames = 6;
+} // namespace
 
 CDKResult ChiOisVerifyNode::ProcessRequest(CHINODEPROCESSREQUESTINFO* pProcessRequestInfo)
 {
@@ -13,6 +19,18 @@ CDKResult ChiOisVerifyNode::ProcessRequest(CHINODEPROCESSREQUESTINFO* pProcessRe
     OIS_LOG_INFO("frameNum = %d oisVerifyState = %d m_dropFrameNum = %d",
                  static_cast<INT32>(pProcessRequestInfo->frameNum), m_oisVerifyState.load(std::memory_order_relaxed),
                  m_dropFrameNum);
+    if (1 == m_DumpImageProp)
+    {
+        DumpInputImage(pProcessRequestInfo);
+    }
+    ExecOISVerifyAlgo(pProcessRequestInfo);
+    CalculateSR();
+    IsVerifyDone();
+    if (m_skipAlgoFrameNum >= MaxSkippedFrames)
+    {
+        OIS_LOG_ERROR("m_skipAlgoFrameNum: %d m_algoReturn: %d too many skip algo frame", m_skipAlgoFrameNum, m_algoReturn);
+        SetOISVerifyState(ErrorStateTooManySkips);
+    }
     UpdateOISVerifyInfo(pProcessRequestInfo);
     return CDKResultSuccess;
 }
