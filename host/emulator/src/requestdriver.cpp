@@ -3,6 +3,8 @@
 
 #include <string.h>
 
+#include "chihost/hostclock.h"
+
 namespace chihost
 {
 
@@ -33,8 +35,23 @@ PublishedInfo RequestDriver::ReadPublished(UINT64 frameNum) const
     return info;
 }
 
+void RequestDriver::UseSimulatedClock(UINT64 startNs, UINT64 framePeriodNs)
+{
+    ChiHostClockUseSimulated(1, startNs);
+    m_framePeriodNs = framePeriodNs;
+}
+
+RequestRecord RequestDriver::Submit()
+{
+    return Submit(m_inputs ? m_inputs(m_nextFrame) : std::vector<CHINODEBUFFERHANDLE>());
+}
+
 RequestRecord RequestDriver::Submit(const std::vector<CHINODEBUFFERHANDLE>& inputs)
 {
+    if (m_framePeriodNs != 0)
+    {
+        ChiHostClockAdvance(m_framePeriodNs);
+    }
     RequestRecord record;
     record.frameNum = m_nextFrame++;
     record.asked    = m_policy ? m_policy(m_requestIndex, m_last) : AppRequest{ false, 0 };
@@ -71,6 +88,48 @@ std::vector<RequestRecord> RequestDriver::Run(UINT64 count, const std::function<
         }
     }
     return records;
+}
+
+NegotiationResult NegotiateBuffers(HostSession& session, CHIHANDLE hNode, UINT32 width, UINT32 height)
+{
+    NegotiationResult            result;
+    CHINODEBUFFERREQUIREMENT     downstream;
+    CHIOUTPUTPORTQUERYBUFFERINFO output;
+    CHIINPUTPORTQUERYBUFFERINFO  input;
+    memset(&downstream, 0, sizeof(downstream));
+    memset(&output, 0, sizeof(output));
+    memset(&input, 0, sizeof(input));
+    downstream.minW = downstream.optimalW = downstream.maxW = width;
+    downstream.minH = downstream.optimalH = downstream.maxH = height;
+    downstream.format                = ChiFormatYUV420NV12;
+    output.outputPortId              = 0;
+    output.numConnectedInputPorts    = 1;
+    output.pBufferRequirement        = &downstream;
+    output.outputPortFlags           = ChiNodeFlagRealTime;
+    input.inputPortId                = 0;
+    input.inputBufferOption.format   = ChiFormatYUV420NV12;
+
+    CHINODEQUERYBUFFERINFO query;
+    memset(&query, 0, sizeof(query));
+    query.size                 = sizeof(query);
+    query.hNodeSession         = hNode;
+    query.numOutputPorts       = 1;
+    query.pOutputPortQueryInfo = &output;
+    query.numInputPorts        = 1;
+    query.pInputOptions        = &input;
+    result.queryResult         = session.Callbacks().pQueryBufferInfo(&query);
+    result.input               = input.inputBufferOption;
+    result.output              = output.outputBufferOption;
+
+    CHINODEIMAGEFORMAT             chosen = { output.outputBufferOption.optimalW, output.outputBufferOption.optimalH };
+    CHINODESETBUFFERPROPERTIESINFO set;
+    memset(&set, 0, sizeof(set));
+    set.size         = sizeof(set);
+    set.hNodeSession = hNode;
+    set.portId       = output.outputPortId;
+    set.pFormat      = &chosen;
+    result.setResult = session.Callbacks().pSetBufferInfo(&set);
+    return result;
 }
 
 } // namespace chihost

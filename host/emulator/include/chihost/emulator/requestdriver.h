@@ -42,6 +42,24 @@ using AppPolicy = std::function<AppRequest(UINT64 requestIndex, const PublishedI
 // Start on the first request, verify on all later ones.
 CHIHOST_EMULATOR_API AppPolicy StartThenVerifyApp();
 
+// The input buffers of a request, by frame number (may be empty).
+using InputProvider = std::function<std::vector<CHINODEBUFFERHANDLE>(UINT64 frameNum)>;
+
+// What buffer negotiation settled: the node's answers and the sizes it asked for.
+struct NegotiationResult
+{
+    CDKResult                queryResult = CDKResultEFailed;
+    CDKResult                setResult   = CDKResultEFailed;
+    CHINODEBUFFERREQUIREMENT input;
+    CHINODEBUFFERREQUIREMENT output;
+};
+
+// Negotiates one input and one output port with the node before streaming, as the framework
+// does: the query (the output connected to one downstream input wanting width x height), then
+// the set call with the size the node asked for on its output.
+CHIHOST_EMULATOR_API NegotiationResult NegotiateBuffers(HostSession& session, CHIHANDLE hNode, UINT32 width,
+                                                        UINT32 height);
+
 struct RequestRecord
 {
     UINT64        frameNum  = 0;
@@ -57,9 +75,16 @@ public:
 
     // One request: the app's setting, the node's process-request callback with the given input
     // buffers, then the published tags. Frame numbers count from firstFrame upwards.
-    RequestRecord Submit(const std::vector<CHINODEBUFFERHANDLE>& inputs = {});
+    RequestRecord Submit();
+    RequestRecord Submit(const std::vector<CHINODEBUFFERHANDLE>& inputs);
     // Submits requests until stop() is true for the last record or count requests were made.
     std::vector<RequestRecord> Run(UINT64 count, const std::function<bool(const RequestRecord&)>& stop = nullptr);
+
+    // Requests without explicit inputs take theirs from the provider.
+    void SetInputProvider(InputProvider provider) { m_inputs = std::move(provider); }
+    // Switches the platform clock to simulated time starting at startNs and advances it by one
+    // frame period before every request, so timings do not depend on the machine's speed.
+    void UseSimulatedClock(UINT64 startNs, UINT64 framePeriodNs);
 
     void   SetFirstFrame(UINT64 frameNum) { m_nextFrame = frameNum; }
     UINT64 NextFrame() const { return m_nextFrame; }
@@ -71,6 +96,8 @@ private:
     HostSession&  m_session;
     CHIHANDLE     m_hNode;
     AppPolicy     m_policy;
+    InputProvider m_inputs;
+    UINT64        m_framePeriodNs = 0;
     UINT64        m_nextFrame    = 0;
     UINT64        m_requestIndex = 0;
     PublishedInfo m_last;
