@@ -54,6 +54,15 @@ struct ChiOisVerifyNodeTestPeer
 
     static std::mutex& StateMutex(ChiOisVerifyNode& node) { return node.m_stateMutex; }
 
+    // The two per-port flag arrays as the node holds them (first: bit 1, second: bit 5).
+    static UINT32 RealTimeFlag(const ChiOisVerifyNode& node, UINT32 port) { return node.m_pIsRealTimePort[port]; }
+    static UINT32 InputDependencyFlag(const ChiOisVerifyNode& node, UINT32 port)
+    {
+        return node.m_pCanSetInputDependency[port];
+    }
+    static UINT32 OutputWidth(const ChiOisVerifyNode& node) { return node.m_outputWidth; }
+    static UINT32 OutputHeight(const ChiOisVerifyNode& node) { return node.m_outputHeight; }
+
     static void Publish(ChiOisVerifyNode& node, CHINODEPROCESSREQUESTINFO* pRequest)
     {
         node.UpdateOISVerifyInfo(pRequest);
