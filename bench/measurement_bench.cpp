@@ -1,0 +1,136 @@
+// Per-frame cost of the measurement path on one core: a plain read of a crop's bytes (the floor
+// any measurement pays), the node's centre crop out of a camera frame, the four-circle measurement
+// of the crop, and both together; plus the time the simulator takes to render a frame.
+//   measurement_bench --benchmark_filter=Measure
+#include "oishighfps.h"
+#include "sim/simulator.h"
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <dlfcn.h>
+
+namespace
+{
+
+// The library as the node binds it: by path and symbol.
+PFNOISHIGHFPS LoadMeasurement()
+{
+    static const PFNOISHIGHFPS measure = []
+    {
+        void* handle = dlopen(OIS_HIGH_FPS_LIBRARY_FILE, RTLD_NOW | RTLD_LOCAL);
+        return handle ? reinterpret_cast<PFNOISHIGHFPS>(dlsym(handle, OIS_HIGH_FPS_SYMBOL))
+                      : nullptr;
+    }();
+    return measure;
+}
+
+// A camera frame whose node crop is `cropSide`: 4:3 for 540, 16:9 for 720.
+sim::Nv12Image CameraFrame(int cropSide)
+{
+    sim::Scenario s   = sim::OisOffScenario();
+    s.sensor.widthPx  = cropSide == 720 ? 1920 : cropSide * 8 / 3;
+    s.sensor.heightPx = cropSide == 720 ? 1080 : cropSide * 2;
+    sim::Nv12Image frame;
+    sim::Simulator(s).Render(7, frame);
+    return frame;
+}
+
+std::vector<uint8_t> Crop(const sim::Nv12Image& frame)
+{
+    return sim::CentreCropLuma(frame.Luma(), frame.width, frame.height, frame.stride,
+                               sim::NodeCropSide(frame.width, frame.height));
+}
+
+void PlainRead(benchmark::State& state)
+{
+    const std::vector<uint8_t> crop = Crop(CameraFrame(static_cast<int>(state.range(0))));
+    for (auto _ : state)
+    {
+        // Sums in 16-bit lanes that cannot overflow within a row: a loop the compiler vectorises,
+        // as fast as reading the bytes gets.
+        uint64_t total = 0;
+        for (size_t row = 0; row < crop.size(); row += 256)
+        {
+            uint16_t     partial = 0;
+            const size_t end     = std::min(crop.size(), row + 256);
+            for (size_t i = row; i < end; ++i)
+            {
+                partial = static_cast<uint16_t>(partial + crop[i]);
+            }
+            total += partial;
+        }
+        benchmark::DoNotOptimize(total);
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * crop.size()));
+}
+
+void CentreCrop(benchmark::State& state)
+{
+    const sim::Nv12Image frame = CameraFrame(static_cast<int>(state.range(0)));
+    for (auto _ : state)
+    {
+        benchmark::DoNotOptimize(Crop(frame).data());
+    }
+}
+
+void Measure(benchmark::State& state)
+{
+    const PFNOISHIGHFPS  measure = LoadMeasurement();
+    std::vector<uint8_t> crop    = Crop(CameraFrame(static_cast<int>(state.range(0))));
+    const int            side    = static_cast<int>(state.range(0));
+    OISPointResult       result{};
+    if (measure == nullptr || measure(crop.data(), {side, side}, &result) != OISHighFPSSuccess)
+    {
+        state.SkipWithError("measurement library missing or chart not found");
+        return;
+    }
+    for (auto _ : state)
+    {
+        benchmark::DoNotOptimize(measure(crop.data(), {side, side}, &result));
+    }
+}
+
+void CropAndMeasure(benchmark::State& state)
+{
+    const PFNOISHIGHFPS  measure = LoadMeasurement();
+    const sim::Nv12Image frame   = CameraFrame(static_cast<int>(state.range(0)));
+    const int            side    = static_cast<int>(state.range(0));
+    OISPointResult       result{};
+    if (measure == nullptr)
+    {
+        state.SkipWithError("measurement library missing");
+        return;
+    }
+    for (auto _ : state)
+    {
+        std::vector<uint8_t> crop = Crop(frame);
+        benchmark::DoNotOptimize(measure(crop.data(), {side, side}, &result));
+    }
+}
+
+void RenderFrame(benchmark::State& state)
+{
+    sim::Scenario        s = state.range(0) ? sim::OisOffScenario() : sim::OisOnScenario(1.0, 1.0);
+    const sim::Simulator simulator(s);
+    sim::Nv12Image       frame;
+    uint32_t             index = 0;
+    for (auto _ : state)
+    {
+        simulator.Render(index++, frame);
+        benchmark::DoNotOptimize(frame.data.data());
+    }
+    state.counters["fps"] =
+        benchmark::Counter(static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
+}
+
+BENCHMARK(PlainRead)->Arg(540)->Arg(720)->Unit(benchmark::kMicrosecond);
+BENCHMARK(CentreCrop)->Arg(540)->Arg(720)->Unit(benchmark::kMicrosecond);
+BENCHMARK(Measure)->Arg(540)->Arg(720)->Unit(benchmark::kMicrosecond);
+BENCHMARK(CropAndMeasure)->Arg(540)->Arg(720)->Unit(benchmark::kMicrosecond);
+BENCHMARK(RenderFrame)->ArgName("oisOff")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+
+} // namespace
+
+BENCHMARK_MAIN();
