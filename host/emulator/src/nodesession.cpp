@@ -29,6 +29,10 @@ NodeSession::~NodeSession()
 Status NodeSession::Open(const NodeSessionOptions& options)
 {
     Status status = m_root.Open(options.root);
+    if (status && options.prepareRoot)
+    {
+        status = options.prepareRoot(m_root);
+    }
     if (status)
     {
         status = m_host.Open(options.nodeLibraryPath, options.host);

@@ -26,6 +26,8 @@ struct NodeSessionOptions
     double             frameRateHz  = 60.0; // the simulated clock advances 1/rate per request
     UINT64             clockStartNs = 1000000000ull;
     AppPolicy          app;                 // empty: start, then verify
+    // Runs once the root is open and before the node is created (e.g. to place debug images).
+    std::function<Status(DeviceRoot&)> prepareRoot;
 };
 
 // The verification is over: verified (4) or an error (negative).
