@@ -4,6 +4,7 @@
 #define ZELK_TESTS_UNIT_NODE_NODETESTPEER_H
 
 #include "camxchinodezelkoisverify.h"
+#include "oiscalibrationfile.h"
 
 struct ChiOisVerifyNodeTestPeer
 {
@@ -63,9 +64,27 @@ struct ChiOisVerifyNodeTestPeer
     static UINT32 OutputWidth(const ChiOisVerifyNode& node) { return node.m_outputWidth; }
     static UINT32 OutputHeight(const ChiOisVerifyNode& node) { return node.m_outputHeight; }
 
+    static INT32 Crop(ChiOisVerifyNode& node, const UINT8* pInput, INT32 width, INT32 height, INT32 stride,
+                      UINT8** ppOutput, INT32* pCropLength)
+    {
+        return node.CropImage(pInput, width, height, stride, height, ppOutput, pCropLength);
+    }
+
     static void Publish(ChiOisVerifyNode& node, CHINODEPROCESSREQUESTINFO* pRequest)
     {
         node.UpdateOISVerifyInfo(pRequest);
+    }
+
+    // Gives the node a calibration file manager (the node deletes it), or none.
+    static void AdoptCalibFileManager(ChiOisVerifyNode& node, OISCalibrationFile* pManager)
+    {
+        delete node.m_pOisCalibFileManager;
+        node.m_pOisCalibFileManager = pManager;
+    }
+
+    static INT32 ApplyGyroGain(ChiOisVerifyNode& node, INT32 roleId, FLOAT gainX, FLOAT gainY)
+    {
+        return node.ApplyGyroGain(roleId, gainX, gainY);
     }
 };
 

@@ -1,0 +1,174 @@
+// A gain taking effect end to end: the node persists the gain pair and notifies the calibration
+// service, which reads the new gains back. The node always uses the device's socket name, which
+// every process on the machine shares, so each test first owns that name (with a socket of its
+// own or with the service) and waits while another test holds it.
+#include <fcntl.h>
+#include <sys/socket.h>
+
+#include <chrono>
+#include <filesystem>
+#include <thread>
+
+#include "calibrationtestsupport.h"
+#include "chihost/services/calibrationservice.h"
+#include "nodetestpeer.h"
+
+namespace
+{
+
+using calibtest::CalibrationTest;
+using calibtest::FuseIdValue;
+using namespace std::chrono_literals;
+
+const auto kNameWait = 120s;
+
+// The device's socket name, bound by the test: listening (connections queue to be read) or not
+// (connecting is refused, as when no service runs).
+class OwnedSocketName
+{
+public:
+    explicit OwnedSocketName(bool listening)
+    {
+        const auto deadline = std::chrono::steady_clock::now() + kNameWait;
+        m_fd                = socket(AF_LOCAL, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+        while (socket_local_server_bind(m_fd, chihost::kCalibrationServiceSocketName, ANDROID_SOCKET_NAMESPACE_ABSTRACT) < 0)
+        {
+            if (std::chrono::steady_clock::now() > deadline)
+            {
+                ADD_FAILURE() << "the socket name stays taken";
+                return;
+            }
+            std::this_thread::sleep_for(50ms);
+        }
+        if (listening)
+        {
+            EXPECT_EQ(listen(m_fd, 4), 0);
+        }
+    }
+    ~OwnedSocketName() { close(m_fd); }
+
+    // Everything the next queued client sent before closing; "<no connection>" when none came.
+    std::string NextMessage() const
+    {
+        int client = accept(m_fd, nullptr, nullptr);
+        if (client < 0)
+        {
+            return "<no connection>";
+        }
+        fcntl(client, F_SETFL, 0);
+        std::string message;
+        char        chunk[64];
+        ssize_t     got = 0;
+        while ((got = read(client, chunk, sizeof(chunk))) > 0)
+        {
+            message.append(chunk, static_cast<size_t>(got));
+        }
+        close(client);
+        return message;
+    }
+
+private:
+    int m_fd = -1;
+};
+
+class ApplyGyroGainTest : public CalibrationTest
+{
+protected:
+    void SetUp() override
+    {
+        CalibrationTest::SetUp();
+        property_set("vendor.camera.sensor.w.fuseID", FuseIdValue("ABCD").c_str());
+        ChiOisVerifyNodeTestPeer::AdoptCalibFileManager(m_node, new OISCalibrationFile());
+        m_node.SetOISVerifyState(StartState);
+    }
+
+    INT32 Apply(INT32 roleId, FLOAT gainX, FLOAT gainY)
+    {
+        return ChiOisVerifyNodeTestPeer::ApplyGyroGain(m_node, roleId, gainX, gainY);
+    }
+
+    ChiOisVerifyNode m_node;
+};
+
+TEST_F(ApplyGyroGainTest, WithoutFileManagerTouchesNothing)
+{
+    OwnedSocketName listener(true);
+    ChiOisVerifyNodeTestPeer::AdoptCalibFileManager(m_node, nullptr);
+    EXPECT_EQ(Apply(0, 1.0f, 1.0f), 1);
+    EXPECT_TRUE(m_log.HasChiLine('E', "m_pOisCalibFileManager is NULL, please check"));
+    EXPECT_FALSE(m_root.Exists(calibtest::kPersistFile));
+    EXPECT_EQ(listener.NextMessage(), "<no connection>");
+}
+
+class RefusedGain : public ApplyGyroGainTest, public ::testing::WithParamInterface<bool> {};
+
+TEST_P(RefusedGain, ReturnsOneAndSendsNothing)
+{
+    const bool missingDirectory = GetParam();
+    OwnedSocketName listener(true);
+    if (missingDirectory)
+    {
+        std::filesystem::remove_all(m_root.Map(calibtest::kPersistDir));
+    }
+    EXPECT_EQ(Apply(0, missingDirectory ? 1.0f : 5.0f, 1.0f), 1);
+    EXPECT_TRUE(m_log.HasChiLine('E', "Write gain to persist file fail, ret = 0"));
+    EXPECT_EQ(CountLog(std::string("failed to open file ") + calibtest::kPersistFile + "\n"), missingDirectory ? 3u : 0u);
+    EXPECT_FALSE(m_root.Exists(calibtest::kPersistFile));
+    EXPECT_EQ(listener.NextMessage(), "<no connection>");
+}
+
+// A gain outside both intervals, and a persist directory that is missing.
+INSTANTIATE_TEST_SUITE_P(Causes, RefusedGain, ::testing::Values(false, true));
+
+TEST_F(ApplyGyroGainTest, WithoutServiceTheFileIsStillWritten)
+{
+    OwnedSocketName notListening(false);
+    calibtest::StreamCapture out(STDOUT_FILENO);
+    EXPECT_EQ(Apply(0, 1.0f, 1.0f), 0);
+    EXPECT_EQ(out.Text(), "socket init failed\n");
+    EXPECT_EQ(ReadPersist(), "1,ABCD,1.000000,1.000000,6915\n");
+    EXPECT_TRUE(m_log.HasChiLine('I', "Write gain success, changed state to 1"));
+}
+
+TEST_F(ApplyGyroGainTest, SendsExactlyTheReloadWord)
+{
+    OwnedSocketName listener(true);
+    calibtest::StreamCapture out(STDOUT_FILENO);
+    EXPECT_EQ(Apply(0, 1.0f, 1.0f), 0);
+    EXPECT_EQ(listener.NextMessage(), "gyrogain");
+    EXPECT_EQ(listener.NextMessage(), "<no connection>");
+    EXPECT_EQ(out.Text(), "");
+}
+
+TEST_F(ApplyGyroGainTest, ServiceReadsBackEachNewGain)
+{
+    property_set("vendor.camera.sensor.t2.fuseID", FuseIdValue("TELE2").c_str());
+    WritePersist("1,ZZZZ,1.000000,1.000000,1\n"); // another module, damaged
+    chihost::CalibrationService        service;
+    chihost::CalibrationServiceOptions options;
+    std::string                        error;
+    const auto                         deadline = std::chrono::steady_clock::now() + kNameWait;
+    while (!service.Start(options, &error))
+    {
+        ASSERT_LT(std::chrono::steady_clock::now(), deadline) << error;
+        std::this_thread::sleep_for(50ms);
+    }
+
+    const std::pair<float, float> kGains[] = { { 1.0f, 1.25f }, { 2500.0f, 0.75f } };
+    uint64_t                      reloads  = 0;
+    for (const auto& gains : kGains)
+    {
+        ASSERT_EQ(Apply(20, gains.first, gains.second), 0); // role 20 falls back to t2's fuse ID
+        ASSERT_TRUE(service.WaitForReloadCount(++reloads, 10s));
+        chihost::ModuleGyroGain applied;
+        ASSERT_TRUE(service.GainsOf("TELE2", &applied));
+        EXPECT_TRUE(applied.calibrated);
+        EXPECT_EQ(applied.gainX, gains.first);
+        EXPECT_EQ(applied.gainY, gains.second);
+        EXPECT_FALSE(service.GainsOf("ZZZZ", &applied)); // its CRC is wrong: never applied
+    }
+    EXPECT_EQ(service.ReloadCount(), 2u);
+    EXPECT_EQ(service.Snapshot().rejected.size(), 1u);
+}
+
+} // namespace
