@@ -1,47 +1,20 @@
 // Per-frame cost of the measurement path on one core: a plain read of a crop's bytes (the floor
 // any measurement pays), the node's centre crop out of a camera frame, the four-circle measurement
-// of the crop, and both together; plus the time the simulator takes to render a frame.
+// of the crop, and both together; plus the time the simulator takes to render a frame. When OpenCV
+// is found, opencv_bench.cpp adds its two circle detectors on the same crops to this program.
 //   measurement_bench --benchmark_filter=Measure
-#include "oishighfps.h"
-#include "sim/simulator.h"
+#include "benchframes.h"
 
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
-#include <cstdlib>
-#include <dlfcn.h>
 
 namespace
 {
 
-// The library as the node binds it: by path and symbol.
-PFNOISHIGHFPS LoadMeasurement()
-{
-    static const PFNOISHIGHFPS measure = []
-    {
-        void* handle = dlopen(OIS_HIGH_FPS_LIBRARY_FILE, RTLD_NOW | RTLD_LOCAL);
-        return handle ? reinterpret_cast<PFNOISHIGHFPS>(dlsym(handle, OIS_HIGH_FPS_SYMBOL))
-                      : nullptr;
-    }();
-    return measure;
-}
-
-// A camera frame whose node crop is `cropSide`: 4:3 for 540, 16:9 for 720.
-sim::Nv12Image CameraFrame(int cropSide)
-{
-    sim::Scenario s   = sim::OisOffScenario();
-    s.sensor.widthPx  = cropSide == 720 ? 1920 : cropSide * 8 / 3;
-    s.sensor.heightPx = cropSide == 720 ? 1080 : cropSide * 2;
-    sim::Nv12Image frame;
-    sim::Simulator(s).Render(7, frame);
-    return frame;
-}
-
-std::vector<uint8_t> Crop(const sim::Nv12Image& frame)
-{
-    return sim::CentreCropLuma(frame.Luma(), frame.width, frame.height, frame.stride,
-                               sim::NodeCropSide(frame.width, frame.height));
-}
+using benchframes::CameraFrame;
+using benchframes::Crop;
+using benchframes::LoadMeasurement;
 
 void PlainRead(benchmark::State& state)
 {
@@ -81,7 +54,8 @@ void Measure(benchmark::State& state)
     std::vector<uint8_t> crop    = Crop(CameraFrame(static_cast<int>(state.range(0))));
     const int            side    = static_cast<int>(state.range(0));
     OISPointResult       result{};
-    if (measure == nullptr || measure(crop.data(), {side, side}, &result) != OISHighFPSSuccess)
+    if (measure == nullptr || measure(crop.data(), {side, side}, &result) != OISHighFPSSuccess ||
+        !benchframes::FoundBenchFrameDiscs(result, side))
     {
         state.SkipWithError("measurement library missing or chart not found");
         return;
