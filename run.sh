@@ -3,7 +3,8 @@
 # then runs the main job or the whole test suite.
 #
 #   bash run.sh demo    the main job: an off-device session of the node in the host emulator
-#   bash run.sh test    every test (unit, contract, integration, sim)
+#   bash run.sh test    every test (unit, contract, integration, sim), then a bounded fuzz run
+#   bash run.sh fuzz    the fuzz targets only (FUZZ_SECONDS per target, default 60)
 #   bash run.sh build   install and build only
 set -euo pipefail
 
@@ -16,6 +17,8 @@ PACKAGES=(
   libgtest-dev libgmock-dev
   libcjson-dev android-liblog-dev android-libcutils-dev
 )
+# The fuzz targets build with clang, whose libFuzzer comes in compiler-rt.
+FUZZ_PACKAGES=(clang libclang-rt-14-dev)
 
 as_root() {
   if [ "$(id -u)" -eq 0 ]; then "$@"
@@ -24,9 +27,12 @@ as_root() {
   fi
 }
 
+# install_missing [PACKAGE...]   (default: PACKAGES)
 install_missing() {
+  local wanted=("$@")
+  [ ${#wanted[@]} -gt 0 ] || wanted=("${PACKAGES[@]}")
   MISSING=()
-  for pkg in "${PACKAGES[@]}"; do
+  for pkg in "${wanted[@]}"; do
     if ! dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q "install ok installed"; then
       MISSING+=("$pkg")
     fi
@@ -58,24 +64,34 @@ run_thread_sanitizer_tests() {
     ctest --test-dir "$dir" --output-on-failure --no-tests=error -j "$JOBS" -R _concurrency_
 }
 
+# The persist-file parser under libFuzzer with the address and undefined-behaviour sanitizers.
+run_fuzz_targets() {
+  FUZZ_BUILD_DIR="$BUILD_DIR-fuzz" bash fuzz/run.sh "${FUZZ_SECONDS:-60}"
+}
+
 case "${1:-}" in
   demo)
     install_missing
     configure_and_build "$BUILD_DIR"
-    "$BUILD_DIR/bin/oisverify" info
+    "$BUILD_DIR/bin/oisverify" run
     ;;
   test)
-    install_missing
+    install_missing "${PACKAGES[@]}" "${FUZZ_PACKAGES[@]}"
     configure_and_build "$BUILD_DIR"
     ctest --test-dir "$BUILD_DIR" --output-on-failure --no-tests=error -j "$JOBS"
     run_thread_sanitizer_tests
+    run_fuzz_targets
+    ;;
+  fuzz)
+    install_missing "${PACKAGES[@]}" "${FUZZ_PACKAGES[@]}"
+    run_fuzz_targets
     ;;
   build)
     install_missing
     configure_and_build "$BUILD_DIR"
     ;;
   *)
-    echo "usage: bash run.sh demo|test|build" >&2
+    echo "usage: bash run.sh demo|test|fuzz|build" >&2
     exit 2
     ;;
 esac

@@ -169,7 +169,15 @@ private:
     void      ActOnAlgoReturn(INT32 algoReturn, const OISPointResult& points);
     void      CalculatePointBlur();
     void      CalculateSR();
-    void      IsVerifyDone();
+    void      IsVerifyDone(INT32 frameNum);
+
+    // Calibration
+    void OISCalibrate();
+    void StartCalibration();
+    void SetNextGainTarget();
+    void WaitForAppliedGain();
+    void RecordGainMeasurement(INT32 frameNum);
+    void WriteSelectedGain();
 
     // Images
     static UINT32       InputCount(const CHINODEPROCESSREQUESTINFO* pProcessRequestInfo);
@@ -183,6 +191,9 @@ private:
     void UpdateOISVerifyInfo(CHINODEPROCESSREQUESTINFO* pProcessRequestInfo);
     BOOL ApplyStateTransition(OISVerifyState requested);
     void GenerateJson();
+
+    // Calibration: persist a gain pair for a camera role and tell the calibration service.
+    INT32 ApplyGyroGain(INT32 roleId, FLOAT gainX, FLOAT gainY);
 
     // Host session and identity, copied from the create information.
     CHIHANDLE m_hChiSession;

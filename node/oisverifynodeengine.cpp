@@ -1,5 +1,6 @@
 // Per-request work of the node: read the app's requested state, optionally dump the inputs,
-// measure the frames, evaluate blur and SR and decide, publish state and SR back to the app.
+// measure the frames, evaluate blur and SR and decide, publish state and SR back to the app, and
+// take the next step of a gain calibration.
 // Problems never fail a request: they become node states and log lines.
 #include "camxchinodezelkoisverify.h"
 #include "oisverifylog.h"
@@ -25,13 +26,14 @@ CDKResult ChiOisVerifyNode::ProcessRequest(CHINODEPROCESSREQUESTINFO* pProcessRe
     }
     ExecOISVerifyAlgo(pProcessRequestInfo);
     CalculateSR();
-    IsVerifyDone();
+    IsVerifyDone(static_cast<INT32>(pProcessRequestInfo->frameNum));
     if (m_skipAlgoFrameNum >= MaxSkippedFrames)
     {
         OIS_LOG_ERROR("m_skipAlgoFrameNum: %d m_algoReturn: %d too many skip algo frame", m_skipAlgoFrameNum, m_algoReturn);
         SetOISVerifyState(ErrorStateTooManySkips);
     }
     UpdateOISVerifyInfo(pProcessRequestInfo);
+    OISCalibrate();
     return CDKResultSuccess;
 }
 

@@ -262,7 +262,7 @@ void ChiOisVerifyNode::CalculateSR()
                  m_verifyResult.verSR, verBlur);
 }
 
-void ChiOisVerifyNode::IsVerifyDone()
+void ChiOisVerifyNode::IsVerifyDone(INT32 frameNum)
 {
     const INT32 state = m_oisVerifyState.load(std::memory_order_relaxed);
     if (((VerifyingState != state) && (VerifyGainState != state)) || (m_execAlgoFrameNum <= m_minFrameCount))
@@ -293,5 +293,9 @@ void ChiOisVerifyNode::IsVerifyDone()
     {
         const BOOL belowSpec = (r.verSR < m_oisCalibPara.oisSpec) || (r.horSR < m_oisCalibPara.oisSpec);
         SetOISVerifyState(belowSpec ? CalibStartState : VerifyDoneState);
+    }
+    if (VerifyGainState == m_oisVerifyState.load(std::memory_order_relaxed))
+    {
+        RecordGainMeasurement(frameNum);
     }
 }

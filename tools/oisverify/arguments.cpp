@@ -49,7 +49,8 @@ bool Arguments::Parse(int argc, char** argv, int first, const std::vector<Option
         }
         if (pSpec->takesValue && !hasInlineValue)
         {
-            if (i + 1 >= argc)
+            // "--gain --fps 30" is a forgotten value, not a gain of "--fps".
+            if (i + 1 >= argc || std::string(argv[i + 1]).compare(0, 2, "--") == 0)
             {
                 *pError = "option '--" + name + "' needs a value (" + pSpec->valueName + ")";
                 return false;

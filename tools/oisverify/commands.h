@@ -7,6 +7,8 @@ namespace oisverify
 {
 
 int RunInfo(int argc, char** argv, int first);
+int RunRun(int argc, char** argv, int first);
+int RunPersist(int argc, char** argv, int first);
 
 } // namespace oisverify
 

@@ -42,16 +42,15 @@ EmulatedDevice::~EmulatedDevice()
     m_root.Close();
 }
 
-chihost::Status EmulatedDevice::ReadOptions(const Arguments& arguments, chihost::DeviceRootOptions* pRoot,
-                                            chihost::HostSessionOptions* pSession)
+chihost::Status ReadDeviceOptions(const Arguments& arguments, DeviceRequest* pRequest)
 {
     std::string error;
-    pRoot->existingPath = arguments.Value("root");
-    pRoot->keep         = arguments.Has("keep-root");
-    pRoot->buildProperties.push_back({ kDefaultGainProperty, kDefaultGainText });
+    pRequest->root.existingPath = arguments.Value("root");
+    pRequest->root.keep         = arguments.Has("keep-root");
+    pRequest->root.buildProperties.push_back({ kDefaultGainProperty, kDefaultGainText });
     chihost::NameValueList eeprom;
-    if (!arguments.NameValues("prop", &pRoot->buildProperties, &error) ||
-        !arguments.NameValues("setting", &pRoot->overrideSettings, &error) ||
+    if (!arguments.NameValues("prop", &pRequest->root.buildProperties, &error) ||
+        !arguments.NameValues("setting", &pRequest->root.overrideSettings, &error) ||
         !arguments.NameValues("eeprom", &eeprom, &error))
     {
         return chihost::Status::Error(error);
@@ -65,31 +64,40 @@ chihost::Status EmulatedDevice::ReadOptions(const Arguments& arguments, chihost:
             return chihost::Status::Error("EEPROM entry " + entry.first + " needs a 32-bit unsigned value, got '" +
                                           entry.second + "'");
         }
-        pSession->eepromCustomInfo.push_back({ entry.first, static_cast<UINT32>(value) });
+        pRequest->host.eepromCustomInfo.push_back({ entry.first, static_cast<UINT32>(value) });
     }
-    m_nodeLibraryPath = arguments.Value("node", ExecutableDirectory() + "/../lib/com.zelk.node.zelkoisverify.so");
+    pRequest->nodeLibraryPath =
+        arguments.Value("node", ExecutableDirectory() + "/../lib/com.zelk.node.zelkoisverify.so");
+    return chihost::Status::Ok();
+}
+
+chihost::Status ResolveNodeLibrary(std::string* pPath)
+{
     char resolved[PATH_MAX];
-    if (realpath(m_nodeLibraryPath.c_str(), resolved) == nullptr)
+    if (realpath(pPath->c_str(), resolved) == nullptr)
     {
-        return chihost::Status::Error("node library not found: " + m_nodeLibraryPath);
+        return chihost::Status::Error("node library not found: " + *pPath);
     }
-    // Absolute, because the device root becomes the working directory.
-    m_nodeLibraryPath = resolved;
+    *pPath = resolved;
     return chihost::Status::Ok();
 }
 
 chihost::Status EmulatedDevice::Open(const Arguments& arguments)
 {
-    chihost::DeviceRootOptions  rootOptions;
-    chihost::HostSessionOptions sessionOptions;
-    chihost::Status             status = ReadOptions(arguments, &rootOptions, &sessionOptions);
+    DeviceRequest   request;
+    chihost::Status status = ReadDeviceOptions(arguments, &request);
     if (status)
     {
-        status = m_root.Open(rootOptions);
+        status = ResolveNodeLibrary(&request.nodeLibraryPath);
+        m_nodeLibraryPath = request.nodeLibraryPath;
     }
     if (status)
     {
-        status = m_session.Open(m_nodeLibraryPath, sessionOptions);
+        status = m_root.Open(request.root);
+    }
+    if (status)
+    {
+        status = m_session.Open(m_nodeLibraryPath, request.host);
     }
     return status;
 }

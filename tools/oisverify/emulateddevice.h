@@ -21,6 +21,21 @@ extern const char* const kDefaultGainText;
 // Options for the node library, the device root and what is written into it.
 std::vector<OptionSpec> DeviceOptionSpecs();
 
+// What the shared device options ask for, for commands that open the device themselves.
+struct DeviceRequest
+{
+    std::string                 nodeLibraryPath; // as given (or the default beside the tool)
+    chihost::DeviceRootOptions  root;            // build.prop starts with the default gain property
+    chihost::HostSessionOptions host;
+};
+
+// Reads --node, --prop, --setting, --eeprom, --root and --keep-root; fails with a message for a
+// malformed NAME=VALUE or EEPROM value.
+chihost::Status ReadDeviceOptions(const Arguments& arguments, DeviceRequest* pRequest);
+
+// The node library as an absolute path (the device root becomes the working directory).
+chihost::Status ResolveNodeLibrary(std::string* pPath);
+
 class EmulatedDevice
 {
 public:
@@ -35,9 +50,6 @@ public:
     const std::string&    NodeLibraryPath() const { return m_nodeLibraryPath; }
 
 private:
-    chihost::Status ReadOptions(const Arguments& arguments, chihost::DeviceRootOptions* pRoot,
-                                chihost::HostSessionOptions* pSession);
-
     std::string          m_nodeLibraryPath;
     chihost::DeviceRoot  m_root;
     chihost::HostSession m_session;

@@ -15,8 +15,12 @@ struct Command
 };
 
 const Command kCommands[] = {
+    { "run", oisverify::RunRun,
+      "verify OIS off-device: stream shake-table frames through the node, print PASS or FAIL" },
     { "info", oisverify::RunInfo,
       "load the node, show its capabilities, vendor tags and the parameters it derives, destroy it" },
+    { "persist", oisverify::RunPersist,
+      "check a calibration persist file: each record's CRC, then a summary" },
 };
 
 void PrintUsage(FILE* pOut)

@@ -31,7 +31,8 @@ public:
     {
         const auto deadline = std::chrono::steady_clock::now() + kNameWait;
         m_fd                = socket(AF_LOCAL, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-        while (socket_local_server_bind(m_fd, chihost::kCalibrationServiceSocketName, ANDROID_SOCKET_NAMESPACE_ABSTRACT) < 0)
+        while (socket_local_server_bind(m_fd, chihost::kCalibrationServiceSocketName,
+                                        ANDROID_SOCKET_NAMESPACE_ABSTRACT) < 0)
         {
             if (std::chrono::steady_clock::now() > deadline)
             {
@@ -90,35 +91,38 @@ protected:
     ChiOisVerifyNode m_node;
 };
 
-TEST_F(ApplyGyroGainTest, WithoutFileManagerTouchesNothing)
+enum class Refusal
 {
-    OwnedSocketName listener(true);
-    ChiOisVerifyNodeTestPeer::AdoptCalibFileManager(m_node, nullptr);
-    EXPECT_EQ(Apply(0, 1.0f, 1.0f), 1);
-    EXPECT_TRUE(m_log.HasChiLine('E', "m_pOisCalibFileManager is NULL, please check"));
-    EXPECT_FALSE(m_root.Exists(calibtest::kPersistFile));
-    EXPECT_EQ(listener.NextMessage(), "<no connection>");
-}
+    NoFileManager,
+    GainOutOfRange,
+    MissingDirectory,
+};
 
-class RefusedGain : public ApplyGyroGainTest, public ::testing::WithParamInterface<bool> {};
+class RefusedGain : public ApplyGyroGainTest, public ::testing::WithParamInterface<Refusal> {};
 
 TEST_P(RefusedGain, ReturnsOneAndSendsNothing)
 {
-    const bool missingDirectory = GetParam();
     OwnedSocketName listener(true);
-    if (missingDirectory)
+    if (GetParam() == Refusal::NoFileManager)
+    {
+        ChiOisVerifyNodeTestPeer::AdoptCalibFileManager(m_node, nullptr);
+    }
+    if (GetParam() == Refusal::MissingDirectory)
     {
         std::filesystem::remove_all(m_root.Map(calibtest::kPersistDir));
     }
-    EXPECT_EQ(Apply(0, missingDirectory ? 1.0f : 5.0f, 1.0f), 1);
-    EXPECT_TRUE(m_log.HasChiLine('E', "Write gain to persist file fail, ret = 0"));
-    EXPECT_EQ(CountLog(std::string("failed to open file ") + calibtest::kPersistFile + "\n"), missingDirectory ? 3u : 0u);
+    EXPECT_EQ(Apply(0, (GetParam() == Refusal::GainOutOfRange) ? 5.0f : 1.0f, 1.0f), 1);
+    EXPECT_TRUE(m_log.HasChiLine('E', (GetParam() == Refusal::NoFileManager)
+                                          ? "m_pOisCalibFileManager is NULL, please check"
+                                          : "Write gain to persist file fail, ret = 0"));
+    EXPECT_EQ(CountLog(std::string("failed to open file ") + calibtest::kPersistFile + "\n"),
+              (GetParam() == Refusal::MissingDirectory) ? 3u : 0u);
     EXPECT_FALSE(m_root.Exists(calibtest::kPersistFile));
     EXPECT_EQ(listener.NextMessage(), "<no connection>");
 }
 
-// A gain outside both intervals, and a persist directory that is missing.
-INSTANTIATE_TEST_SUITE_P(Causes, RefusedGain, ::testing::Values(false, true));
+INSTANTIATE_TEST_SUITE_P(Causes, RefusedGain,
+                         ::testing::Values(Refusal::NoFileManager, Refusal::GainOutOfRange, Refusal::MissingDirectory));
 
 TEST_F(ApplyGyroGainTest, WithoutServiceTheFileIsStillWritten)
 {

@@ -1,12 +1,13 @@
-// Pieces shared by the calibration tests: a fresh device root with an empty property store, the
-// persist file under it, fuse-ID properties in the device's value layout, and captures of the
-// process's standard output and error and of the "CalibrationData" Android log.
+// Pieces shared by the calibration tests: a fresh device root holding the persist directory, an
+// empty property store, fuse-ID property values, and captures of the process's standard output
+// and error and of the "CalibrationData" Android log.
 #ifndef ZELK_TESTS_UNIT_CALIBRATION_CALIBRATIONTESTSUPPORT_H
 #define ZELK_TESTS_UNIT_CALIBRATION_CALIBRATIONTESTSUPPORT_H
 
 #include <stdio.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -42,11 +43,9 @@ public:
             dup2(m_savedFd, m_fd);
             close(m_savedFd);
             rewind(m_pFile);
-            char   chunk[4096];
-            size_t got = 0;
-            while ((got = fread(chunk, 1, sizeof(chunk), m_pFile)) > 0)
+            for (int c = fgetc(m_pFile); c != EOF; c = fgetc(m_pFile))
             {
-                m_text.append(chunk, got);
+                m_text.push_back(static_cast<char>(c));
             }
             fclose(m_pFile);
             m_pFile = nullptr;
@@ -61,8 +60,8 @@ private:
     std::string m_text;
 };
 
-// A property value as the device publishes fuse IDs: four ignored characters, the ID's length
-// in four digits, the ID.
+// A fuse-ID property value as a device publishes it: four ignored characters, the ID's length in
+// four digits, the ID.
 inline std::string FuseIdValue(const std::string& fuseId)
 {
     char length[8];
@@ -79,7 +78,7 @@ protected:
         m_root.MakeDirs(kPersistDir);
     }
 
-    void WritePersist(const std::string& content) { m_root.WriteFile(kPersistFile, content); }
+    void        WritePersist(const std::string& content) { m_root.WriteFile(kPersistFile, content); }
     std::string ReadPersist() const { return m_root.ReadFile(kPersistFile); }
     std::string PersistPath() const { return m_root.Map(kPersistFile); }
 
@@ -98,12 +97,8 @@ protected:
     }
     size_t CountLog(const std::string& text) const
     {
-        size_t count = 0;
-        for (const std::string& line : CalibrationLog())
-        {
-            count += (line == text) ? 1 : 0;
-        }
-        return count;
+        const std::vector<std::string> texts = CalibrationLog();
+        return static_cast<size_t>(std::count(texts.begin(), texts.end(), text));
     }
 
     testsupport::TempDeviceRoot m_root;

@@ -1,0 +1,193 @@
+// "oisverify run" end to end: sessions through the library the command is built on, compared with
+// the simulator's truth, a replay of rendered frames against the live session, and the built
+// command's exit codes and output.
+#include <gtest/gtest.h>
+
+#include <stdio.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include "clitestsupport.h"
+#include "runoptions.h"
+#include "runoutput.h"
+#include "runreport.h"
+#include "runsession.h"
+#include "sim/simulator.h"
+
+namespace
+{
+
+using Words = std::vector<std::string>;
+
+class RunSession : public ::testing::Test
+{
+protected:
+    // Parses the words (with --out in the test's folder), runs the session and decides.
+    void Run(Words words)
+    {
+        words.insert(words.end(), { "--out", m_folder / "out" });
+        std::string error;
+        ASSERT_TRUE(oisverify::ParseRunWords(words, &m_config, &error)) << error;
+        m_config.device.nodeLibraryPath = ZELK_NODE_LIBRARY;
+        chihost::Status status          = oisverify::RunVerification(m_config, nullptr, &m_result);
+        ASSERT_TRUE(status) << status.Message();
+        m_verdict = oisverify::DecideVerdict(oisverify::MakeVerdictInput(m_config, m_result));
+    }
+
+    // The node's SR next to the truth of the frames in its ring.
+    void ExpectSrMatchesTruth() const
+    {
+        ASSERT_TRUE(m_result.hasTruth);
+        EXPECT_NEAR(m_result.horSrDb, m_result.truth.horSrDb, 0.1);
+        EXPECT_NEAR(m_result.verSrDb, m_result.truth.verSrDb, 0.1);
+    }
+
+    size_t RingFrames() const
+    {
+        size_t count = 0;
+        for (const oisverify::RunFrame& frame : m_result.frames)
+        {
+            count += frame.inRing ? 1 : 0;
+        }
+        return count;
+    }
+
+    clitest::TempFolder  m_folder;
+    oisverify::RunConfig m_config;
+    oisverify::RunResult m_result;
+    oisverify::Verdict   m_verdict;
+};
+
+TEST_F(RunSession, DefaultSessionPassesNearItsTruthAndWritesEveryFile)
+{
+    Run({});
+    EXPECT_TRUE(m_verdict.pass) << m_verdict.headline;
+    EXPECT_EQ(m_result.finalState, 4);
+    EXPECT_EQ(m_result.requests, 120u + 32u);
+    ExpectSrMatchesTruth();
+    EXPECT_NEAR(m_result.truth.horSrDb, 24.0, 1.5);
+    EXPECT_NEAR(m_result.truth.verSrDb, 24.0, 1.5);
+    ASSERT_EQ(m_result.frames.size(), 32u);
+    EXPECT_EQ(m_result.frames.front().measured.frameNum, 120u);
+    EXPECT_EQ(RingFrames(), 31u);
+    EXPECT_FALSE(m_result.frames.front().inRing);
+
+    std::vector<std::string> written;
+    ASSERT_TRUE(oisverify::WriteRunOutputs(m_config, m_result, m_verdict, &written));
+    for (const char* pName : { "index.html", "summary.svg", "positions.svg", "positions.csv", "node.log",
+                               "oisVerify.json", "oisVerify_point_position.txt" })
+    {
+        EXPECT_FALSE(clitest::ReadText(m_folder / "out/" + pName).empty()) << pName;
+    }
+    EXPECT_NE(clitest::ReadText(m_folder / "out/oisVerify.json").find("\"oisVerifyState\":\t4"), std::string::npos);
+    EXPECT_EQ(clitest::CheckMarkup(clitest::ReadText(m_folder / "out/index.html")), "");
+    EXPECT_NE(clitest::ReadText(m_folder / "out/node.log").find("algoParaInfo: 1:0:0:120:4:60"), std::string::npos);
+}
+
+TEST_F(RunSession, HalfGainFailsOnBothAxes)
+{
+    Run({ "--gain", "0.5", "--drop", "10" });
+    EXPECT_FALSE(m_verdict.pass);
+    ASSERT_EQ(m_verdict.reasons.size(), 2u) << m_verdict.headline;
+    EXPECT_NE(m_verdict.reasons[0].find("horizontal SR"), std::string::npos);
+    EXPECT_NE(m_verdict.reasons[1].find("vertical SR"), std::string::npos);
+    EXPECT_EQ(m_result.finalState, 4) << "the node verifies; the tool judges";
+    ExpectSrMatchesTruth();
+    EXPECT_LT(m_result.horSrDb, 10.0);
+}
+
+TEST_F(RunSession, DebugImagesAreMeasuredAndPairedWithTheirOwnTruth)
+{
+    Run({ "--debug-images", "--drop", "5", "--gain", "0.9" });
+    EXPECT_EQ(m_result.finalState, 4);
+    ExpectSrMatchesTruth();
+    EXPECT_FALSE(m_verdict.pass) << "a 10 % gain error is below 18 dB";
+}
+
+TEST_F(RunSession, LowFrameRateEndsInTheNodesTimeLimit)
+{
+    Run({ "--fps", "25", "--drop", "0" });
+    EXPECT_EQ(m_result.finalState, -13);
+    ASSERT_EQ(m_verdict.reasons.size(), 1u);
+    EXPECT_NE(m_verdict.reasons[0].find("measurement over the time limit (520 ms against a limit of 520 ms)"),
+              std::string::npos)
+        << m_verdict.reasons[0];
+}
+
+// Frames rendered to files and replayed give the node exactly the SR of the live session.
+TEST_F(RunSession, ReplayOfRenderedFramesMatchesTheLiveSession)
+{
+    const Words layout = { "--size", "800x600", "--stride", "832" };
+    Words       live   = layout;
+    live.insert(live.end(), { "--drop", "0", "--gain", "0.97" });
+    Run(live);
+    ASSERT_EQ(m_result.finalState, 4);
+    const float liveHor = m_result.horSrDb, liveVer = m_result.verSrDb;
+
+    const std::string frames = m_folder / "frames";
+    ASSERT_EQ(mkdir(frames.c_str(), 0700), 0);
+    sim::Simulator simulator(m_config.scenario);
+    sim::Nv12Image image;
+    // Frame 0 starts the test; frames 1..32 are measured.
+    for (uint32_t index = 0; index < 33; index++)
+    {
+        simulator.Render(index, image);
+        char name[32];
+        snprintf(name, sizeof(name), "/frame_%04u.nv12", index);
+        FILE* pFile = fopen((frames + name).c_str(), "wb");
+        ASSERT_NE(pFile, nullptr);
+        ASSERT_EQ(fwrite(image.data.data(), 1, image.data.size(), pFile), image.data.size());
+        fclose(pFile);
+    }
+    Words replay = layout;
+    replay.insert(replay.end(), { "--replay", frames });
+    Run(replay);
+    EXPECT_EQ(m_result.finalState, 4);
+    EXPECT_FALSE(m_result.hasTruth);
+    EXPECT_EQ(m_result.horSrDb, liveHor);
+    EXPECT_EQ(m_result.verSrDb, liveVer);
+}
+
+struct ExitCase
+{
+    const char* arguments;
+    int         exitCode;
+    const char* expected; // in the combined output
+};
+
+void PrintTo(const ExitCase& c, std::ostream* pOut) { *pOut << "run " << c.arguments; }
+
+class CommandExit : public ::testing::TestWithParam<ExitCase> {};
+
+TEST_P(CommandExit, CodeAndOutputTellTheOutcome)
+{
+    clitest::TempFolder folder;
+    const std::string   command = std::string(ZELK_OISVERIFY) + " run " + GetParam().arguments + " --out '" +
+                                  (folder / "out") + "' 2>&1";
+    FILE* pPipe = popen(command.c_str(), "r");
+    ASSERT_NE(pPipe, nullptr);
+    std::string output;
+    char        chunk[4096];
+    for (size_t n; (n = fread(chunk, 1, sizeof(chunk), pPipe)) > 0;)
+    {
+        output.append(chunk, n);
+    }
+    const int status = pclose(pPipe);
+    ASSERT_TRUE(WIFEXITED(status)) << output;
+    EXPECT_EQ(WEXITSTATUS(status), GetParam().exitCode) << output;
+    EXPECT_NE(output.find(GetParam().expected), std::string::npos) << output;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, CommandExit,
+    ::testing::Values(ExitCase{ "", 0, "PASS  SR at or above the limit of 18.00 dB on both axes" },
+                      ExitCase{ "--gain 0.5", 1, "FAIL  horizontal SR" },
+                      ExitCase{ "--ois-off --drop 0", 1, "FAIL  horizontal SR 4.0" },
+                      ExitCase{ "--gain abc", 2, "--gain needs a number" },
+                      ExitCase{ "--size 1000x1000", 2, "only 4:3 or 16:9" },
+                      ExitCase{ "--replay /nonexistent/frames", 1, "is not a directory" },
+                      ExitCase{ "--prop persist.vendor.camera.oisgyrogain.w=", 1, "refused creation with result 3" },
+                      ExitCase{ "--fps 25 --drop 0", 1, "error -13" },
+                      ExitCase{ "--help", 0, "usage: oisverify run" }));
+
+} // namespace
