@@ -85,6 +85,9 @@ public:
     // Switches the platform clock to simulated time starting at startNs and advances it by one
     // frame period before every request, so timings do not depend on the machine's speed.
     void UseSimulatedClock(UINT64 startNs, UINT64 framePeriodNs);
+    // Advances the (already simulated) clock by periodNs before every request without resetting
+    // it, for several drivers sharing the process's clock.
+    void AdvanceClockPerRequest(UINT64 periodNs) { m_framePeriodNs = periodNs; }
 
     void   SetFirstFrame(UINT64 frameNum) { m_nextFrame = frameNum; }
     UINT64 NextFrame() const { return m_nextFrame; }
