@@ -7,6 +7,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <map>
@@ -314,10 +315,44 @@ void OISCalibrationFile::StoreGains(const std::string& fuseId, FLOAT gainX, FLOA
     pRecord->crc       = GetCrc(pRecord);
 }
 
+// Whether the partition can take `bytes` once the current file's blocks are freed by the
+// truncation. Rewriting a file that cannot be written back in full would lose every record in it,
+// so such an attempt fails before the file is touched. Unknown space is not a reason to refuse.
+static bool PersistFileFits(const CHAR* pPath, size_t bytes)
+{
+    struct statvfs partition = {};
+    std::string    folder(pPath);
+    folder = folder.substr(0, folder.find_last_of('/') + 1);
+    if (0 != statvfs(folder.c_str(), &partition) || 0 == partition.f_bsize)
+    {
+        return true;
+    }
+    struct stat current = {};
+    const unsigned long long freedBytes = (0 == stat(pPath, &current)) ? 512ull * current.st_blocks : 0;
+    const unsigned long long freeBytes  = static_cast<unsigned long long>(partition.f_bavail) * partition.f_bsize;
+    const unsigned long long neededBytes = (bytes + partition.f_bsize - 1) / partition.f_bsize * partition.f_bsize;
+    if (neededBytes > freeBytes + freedBytes)
+    {
+        CAL_LOG_ERROR("not enough space to rewrite %s: %zu bytes needed, %llu free\n", OISCalibrationFile::kPersistFilePath, bytes,
+                      freeBytes + freedBytes);
+        return false;
+    }
+    return true;
+}
+
 bool OISCalibrationFile::WritePersistFile() const
 {
-    DevicePath path(kPersistFilePath);
-    FILE*      pFile = fopen(path.Get(), "wb");
+    DevicePath  path(kPersistFilePath);
+    std::string content;
+    for (const OISCalData& record : m_calData)
+    {
+        content += FormatRecordLine(record);
+    }
+    if (!PersistFileFits(path.Get(), content.size()))
+    {
+        return false;
+    }
+    FILE* pFile = fopen(path.Get(), "wb");
     if (NULL == pFile)
     {
         CAL_LOG_ERROR("failed to open file %s\n", kPersistFilePath);
