@@ -1,5 +1,7 @@
 # zelk_add_gtest(NAME LABEL <unit|contract|integration|sim> SOURCES ... [LIBS ...] [DEFINES ...]
-#                [INCLUDES ...])
+#                [INCLUDES ...] [RESOURCE_LOCK NAME])
+# RESOURCE_LOCK keeps the program's tests from running at the same time as other tests that name
+# the same resource (e.g. the calibration service's socket name, which every process shares).
 # Builds one GoogleTest program and registers each of its tests as its own CTest test, so that
 # every test runs in a fresh process (properties, settings and the working directory are
 # process-wide in the host kit).
@@ -7,7 +9,7 @@ find_package(GTest REQUIRED)
 include(GoogleTest)
 
 function(zelk_add_gtest name)
-  cmake_parse_arguments(ARG "" "LABEL" "SOURCES;LIBS;DEFINES;INCLUDES" ${ARGN})
+  cmake_parse_arguments(ARG "" "LABEL;RESOURCE_LOCK" "SOURCES;LIBS;DEFINES;INCLUDES" ${ARGN})
   if(NOT ARG_LABEL MATCHES "^(unit|contract|integration|sim)$")
     message(FATAL_ERROR "zelk_add_gtest(${name}): LABEL must be unit, contract, integration or sim")
   endif()
@@ -15,8 +17,12 @@ function(zelk_add_gtest name)
   target_link_libraries(${name} PRIVATE GTest::gtest_main GTest::gmock ${ARG_LIBS})
   target_compile_definitions(${name} PRIVATE ${ARG_DEFINES})
   target_include_directories(${name} PRIVATE ${ARG_INCLUDES})
+  set(lock)
+  if(ARG_RESOURCE_LOCK)
+    set(lock RESOURCE_LOCK ${ARG_RESOURCE_LOCK})
+  endif()
   gtest_discover_tests(${name}
     TEST_PREFIX "${name}."
-    PROPERTIES LABELS ${ARG_LABEL} TIMEOUT 300
+    PROPERTIES LABELS ${ARG_LABEL} TIMEOUT 300 ${lock}
     DISCOVERY_TIMEOUT 60)
 endfunction()

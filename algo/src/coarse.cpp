@@ -1,438 +1,351 @@
-// Coarse chart detection. The image is averaged over square blocks down to 96-191 pixels a side
-// (noise drops by the block side, and a disc is 6 to 11 coarse pixels in radius at any input size).
-// A pixel is dark when it is well below the paper around it: first against the plain local mean,
-// then against the local mean of the pixels that first test left as paper, so that neither
-// vignetting nor the disc itself shifts the threshold. Local means are taken per tile (a
-// sixteenth of the side) over the 5 x 5 tiles around it. Dark pixels are grouped into 8-connected
-// blobs; the four chart discs are the four largest, which must be alike in size, reasonably
-// compact, alone (no fifth blob of comparable size) and arranged as a cross.
+// Coarse image and its dark blobs. The image is summed over square blocks down to 96-191 pixels
+// a side (noise drops by the block side, and a disc is 6 to 11 coarse pixels in radius at any input
+// size). The block sums are kept whole, in 16 bits, rather than rounded to 8-bit means: the fits
+// made on the coarse image later (the paper's gradient around each disc) need that precision.
+// A pixel is dark when it is well below the paper around it. The paper level is set per tile (a
+// sixteenth of the side) from the tile means of the 5 x 5 tiles around it, as a high quantile that
+// a disc does not pull down and a single bright tile does not push up; vignetting changes little
+// across 5 tiles. Dark pixels are gathered row by row into runs, and runs that touch (8-connected)
+// are joined by union-find into blobs. All of it is integer arithmetic.
 #include "stages.h"
 
 #include <algorithm>
-#include <cmath>
+#include <cstdint>
 #include <cstring>
-#include <limits>
-#include <vector>
 
 namespace oisalgo
 {
 namespace
 {
 
-constexpr int    kMinCoarsePx          = 96; // coarse side is 96 .. 191 pixels
-constexpr int    kTilesPerSide         = 16; // thresholds are set per tile ...
-constexpr int    kMinTilePx            = 4;
-constexpr int    kNeighbourTiles       = 2;  // ... from the 5 x 5 tiles around: a third of the side
-constexpr int    kMinContrastDn        = 12; // ink must be this far below the paper
-constexpr int    kDarkVsMeanPercent    = 80;
-constexpr int    kDarkVsPaperPercent   = 65;
-constexpr int    kMinPaperSharePercent = 25;   // else the plain mean stands in for the paper
-constexpr int    kMinBlobPx            = 6;    // smaller blobs are specks, not discs
-constexpr double kExtraBlobAreaRatio   = 0.4;  // a fifth blob this big means an extra disc
-constexpr double kMaxAreaRatio         = 3.0;  // the chart's discs are alike in size
-constexpr double kMinFillRatio         = 0.45; // blob area / bounding box (a disc gives 0.79)
-constexpr double kMaxArmRatio          = 1.6;  // longest / shortest centre-to-disc distance
-constexpr double kMaxAxisSkew          = 0.35; // opposite discs must lie on one axis
-constexpr double kMaxChartOffset       = 0.25; // chart centre within a quarter side of the middle
-constexpr double kWindowPerExtent      = 0.65; // refinement window half side per blob extent
-constexpr double kWindowPerNeighbour   = 0.45; // ... and per distance to the nearest other disc
-constexpr int    kMinHalfWindowPx      = 5;    // coarse pixels
+constexpr int kMinCoarsePx        = 96; // coarse side is 96 .. 191 pixels
+constexpr int kTilesPerSide       = 16; // paper levels are set per tile ...
+constexpr int kMinTilePx          = 4;
+constexpr int kNeighbourTiles     = 2;  // ... from the 5 x 5 tiles around it
+constexpr int kMinContrastDn      = 12; // ink must be this far below the paper
+constexpr int kDarkVsPaperPercent = 65;
 
-struct CoarseImage
+// Sums of horizontally adjacent pixel pairs over two rows, widened to 16 bits: the first pair of
+// rows of a block assigns, later ones add. A whole block of 16 x 16 pixels of 255 still fits.
+// Sixteen pixels at a time: seen as eight 16-bit words, a word's low byte is the left pixel of a
+// pair and its high byte the right one (the sum does not depend on which is which). A ragged end
+// is done as one more block that overlaps the previous one, its overlap masked off (pairs is at
+// least 96).
+void AddPairSums(const uint8_t* r0, const uint8_t* r1, int pairs, bool first, uint16_t* sum)
 {
-    int                  factor = 1;
-    int                  size   = 0;
-    std::vector<uint8_t> px;
-};
-
-// Block side: the largest power of two that leaves at least kMinCoarsePx coarse pixels a side,
-// so that the block mean is a shift.
-CoarseImage Downsample(const uint8_t* image, int side)
-{
-    CoarseImage c;
-    int         shift = 0;
-    while ((side >> (shift + 1)) >= kMinCoarsePx)
+    const auto sums = [&](int i)
     {
-        ++shift;
-    }
-    c.factor        = 1 << shift;
-    c.size          = side >> shift;
-    const int f     = c.factor;
-    const int width = c.size * f;
-    const int round = (f * f) / 2;
-    c.px.resize(static_cast<size_t>(c.size) * c.size);
-    // Column sums over the block's rows, then pairwise sums across columns: every loop is a
-    // plain vector loop. A whole 16 x 16 block of 255 still fits 16 bits.
-    std::vector<uint16_t> columnSum(width), pairSum(width / 2 + 1);
-    for (int by = 0; by < c.size; ++by)
+        const Word8 a = LoadVector<Word8>(r0 + 2 * i);
+        const Word8 b = LoadVector<Word8>(r1 + 2 * i);
+        return Word8((a & 0xFF) + (a >> 8) + (b & 0xFF) + (b >> 8));
+    };
+    int i = 0;
+    for (; i + 8 <= pairs; i += 8)
     {
-        std::fill(columnSum.begin(), columnSum.end(), 0);
-        for (int r = 0; r < f; ++r)
-        {
-            const uint8_t* row = image + static_cast<size_t>(by * f + r) * side;
-            for (int x = 0; x < width; ++x)
-            {
-                columnSum[x] = static_cast<uint16_t>(columnSum[x] + row[x]);
-            }
-        }
-        for (int level = 1; level <= shift; ++level)
-        {
-            const int count = width >> level;
-            for (int i = 0; i < count; ++i)
-            {
-                pairSum[i] = static_cast<uint16_t>(columnSum[2 * i] + columnSum[2 * i + 1]);
-            }
-            std::copy(pairSum.begin(), pairSum.begin() + count, columnSum.begin());
-        }
-        uint8_t* out = c.px.data() + static_cast<size_t>(by) * c.size;
-        for (int bx = 0; bx < c.size; ++bx)
-        {
-            out[bx] = static_cast<uint8_t>((columnSum[bx] + round) >> (2 * shift));
-        }
+        StoreVector(sum + i, first ? sums(i) : sums(i) + LoadVector<Word8>(sum + i));
     }
-    return c;
+    if (i < pairs)
+    {
+        const int   last  = pairs - 8;
+        const Word8 lanes = {0, 1, 2, 3, 4, 5, 6, 7};
+        const Word8 fresh = Word8(lanes >= static_cast<uint16_t>(i - last)); // lanes not yet done
+        const Word8 old   = LoadVector<Word8>(sum + last);
+        const Word8 base  = first ? Word8(old & ~fresh) : old;
+        StoreVector(sum + last, Word8(base + (sums(last) & fresh)));
+    }
 }
 
-// Sums over a grid of square tiles of the coarse image, for local statistics at tile resolution:
-// the paper level varies slowly, so one threshold per tile is enough and costs next to nothing.
-struct TileGrid
+// Adds neighbouring sums: to[i] = from[2 i] + from[2 i + 1], for count outputs (at least 96).
+// Eight outputs at a time: seen as 32-bit words, a word holds one pair, and the even 16-bit
+// halves hold the sums; a ragged end is one more block that overlaps the previous one.
+void HalveSums(const uint16_t* from, int count, uint16_t* to)
 {
-    int                  tile  = 1; // side of a tile, coarse pixels
-    int                  count = 0; // tiles per side
-    std::vector<int32_t> sum;       // sum of the counted pixels of each tile
-    std::vector<int32_t> pixels;    // number of counted pixels of each tile
-
-    explicit TileGrid(int n)
-        : tile(std::max(kMinTilePx, n / kTilesPerSide)), count((n + tile - 1) / tile),
-          sum(static_cast<size_t>(count) * count), pixels(sum.size())
+    const auto sums = [](const uint16_t* pairs)
     {
+        const Dword4 pair = LoadVector<Dword4>(pairs);
+        return Word8((pair & 0xFFFF) + (pair >> 16));
+    };
+    for (int i = 0; i < count; i += 8)
+    {
+        const int start = std::min(i, count - 8);
+        StoreVector(to + start,
+                    __builtin_shufflevector(sums(from + 2 * start), sums(from + 2 * start + 8), 0,
+                                            2, 4, 6, 8, 10, 12, 14));
     }
-};
+}
 
-// Tile sums of the pixels whose `skip` byte is 0 (all pixels when skip is null). Column sums
-// over a tile row first, so the per-pixel loop is a plain vector loop.
-void SumTiles(const CoarseImage& c, const uint8_t* skip, TileGrid& grid)
+// Mean level of each tile, in block-sum units: column sums over a tile row, then per tile.
+void TileLevels(const CoarseImage& c, int tile, int count, Workspace& ws)
 {
-    const int            n = c.size;
-    std::vector<int32_t> columnSum(n), columnCount(n);
-    for (int ty = 0; ty < grid.count; ++ty)
+    const int n      = c.size;
+    uint32_t* column = Reserve(ws.tileColumn, static_cast<size_t>(n));
+    int32_t*  level  = Reserve(ws.tileLevel, static_cast<size_t>(count) * count);
+    for (int ty = 0; ty < count; ++ty)
     {
-        std::fill(columnSum.begin(), columnSum.end(), 0);
-        std::fill(columnCount.begin(), columnCount.end(), 0);
-        for (int y = ty * grid.tile; y < std::min(n, (ty + 1) * grid.tile); ++y)
+        const int yEnd = std::min(n, (ty + 1) * tile);
+        std::fill(column, column + n, 0U);
+        for (int y = ty * tile; y < yEnd; ++y)
         {
-            const uint8_t* v    = c.px.data() + static_cast<size_t>(y) * n;
-            const uint8_t* drop = skip != nullptr ? skip + static_cast<size_t>(y) * n : nullptr;
+            const uint16_t* v = c.px + static_cast<size_t>(y) * n;
             for (int x = 0; x < n; ++x)
             {
-                const int32_t keep = drop != nullptr ? 1 - drop[x] : 1;
-                columnSum[x] += keep * v[x];
-                columnCount[x] += keep;
+                column[x] += v[x];
             }
         }
-        for (int tx = 0; tx < grid.count; ++tx)
+        for (int tx = 0; tx < count; ++tx)
         {
-            for (int x = tx * grid.tile; x < std::min(n, (tx + 1) * grid.tile); ++x)
+            const int xEnd = std::min(n, (tx + 1) * tile);
+            uint32_t  sum  = 0;
+            for (int x = tx * tile; x < xEnd; ++x)
             {
-                grid.sum[ty * grid.count + tx] += columnSum[x];
-                grid.pixels[ty * grid.count + tx] += columnCount[x];
+                sum += column[x];
             }
+            const uint32_t pixels  = static_cast<uint32_t>((xEnd - tx * tile) * (yEnd - ty * tile));
+            level[ty * count + tx] = static_cast<int32_t>((sum + pixels / 2) / pixels);
         }
     }
 }
 
-// Sums and counts over the tiles within kNeighbourTiles of each tile (clipped at the edges),
-// as a horizontal then a vertical window sum.
-struct LocalSums
+// Smallest block sum that is not dark against a paper level (both in block-sum units): dark means
+// below kDarkVsPaperPercent of the level and at least kMinContrastDn per pixel below it.
+uint16_t DarkLimit(int32_t level, int32_t contrast)
 {
-    std::vector<int64_t> sum, pixels;
-};
-
-LocalSums Neighbourhoods(const TileGrid& grid)
-{
-    const int n = grid.count;
-    LocalSums across{std::vector<int64_t>(grid.sum.size()), std::vector<int64_t>(grid.sum.size())};
-    LocalSums local = across;
-    for (int y = 0; y < n; ++y)
-    {
-        for (int x = 0; x < n; ++x)
-        {
-            for (int k = std::max(0, x - kNeighbourTiles);
-                 k <= std::min(n - 1, x + kNeighbourTiles); ++k)
-            {
-                across.sum[y * n + x] += grid.sum[y * n + k];
-                across.pixels[y * n + x] += grid.pixels[y * n + k];
-            }
-        }
-    }
-    for (int y = 0; y < n; ++y)
-    {
-        for (int x = 0; x < n; ++x)
-        {
-            for (int k = std::max(0, y - kNeighbourTiles);
-                 k <= std::min(n - 1, y + kNeighbourTiles); ++k)
-            {
-                local.sum[y * n + x] += across.sum[k * n + x];
-                local.pixels[y * n + x] += across.pixels[k * n + x];
-            }
-        }
-    }
-    return local;
+    const int32_t byRatio = (level * kDarkVsPaperPercent + 99) / 100;
+    const int32_t byGap   = std::max(0, level - contrast + 1);
+    return static_cast<uint16_t>(std::min({byRatio, byGap, 65535}));
 }
 
-// Smallest pixel value that is not dark against a level of sum / pixels: dark means below
-// percent of the level and at least kMinContrastDn below it. Exact integer arithmetic.
-int DarkLimit(int64_t sum, int64_t pixels, int percent)
+// Second largest of the values within kNeighbourTiles of index i of a line of count values
+// (stride apart), clipped at the ends: one outlier cannot raise it, and it stays on the paper as
+// long as two of the values are paper.
+int32_t SecondLargest(const int32_t* line, int i, int count, int stride)
 {
-    if (pixels <= 0)
+    const int lo = std::max(0, i - kNeighbourTiles), hi = std::min(count - 1, i + kNeighbourTiles);
+    int32_t   first = line[lo * stride], second = INT32_MIN;
+    for (int k = lo + 1; k <= hi; ++k)
     {
-        return 0;
+        const int32_t v = line[k * stride];
+        second          = v > first ? first : std::max(second, v);
+        first           = std::max(first, v);
     }
-    const int64_t scaled  = sum * percent;
-    const int64_t byRatio = scaled > 0 ? (scaled - 1) / (100 * pixels) + 1 : 0;
-    const int64_t margin  = sum - int64_t{kMinContrastDn} * pixels;
-    const int64_t byGap   = margin >= 0 ? margin / pixels + 1 : 0;
-    return static_cast<int>(std::min<int64_t>({byRatio, byGap, 255}));
+    return second == INT32_MIN ? first : second;
 }
 
-// Marks pixels below their tile's limit.
-std::vector<uint8_t> ApplyLimits(const CoarseImage& c, const TileGrid& grid,
-                                 const std::vector<int>& limits)
+// Per tile, the paper level around it and from that its dark limit. The level is the second
+// largest tile mean along the row of 5 tiles, then the second largest of those along the column:
+// a separable stand-in for a high quantile of the 5 x 5 tiles, which a disc does not pull down
+// (its dark core spans at most three tiles of a row or column) and a single bright tile does not
+// push up.
+void TileLimits(int count, int32_t contrast, Workspace& ws)
 {
-    const int            n = c.size;
-    std::vector<uint8_t> mask(static_cast<size_t>(n) * n);
-    std::vector<uint8_t> rowLimit(n);
-    for (int y = 0; y < n; ++y)
+    const int32_t* level  = ws.tileLevel.data();
+    int32_t*       across = Reserve(ws.tileAcross, static_cast<size_t>(count) * count);
+    uint16_t*      limit  = Reserve(ws.tileLimit, static_cast<size_t>(count) * count);
+    for (int ty = 0; ty < count; ++ty)
     {
-        if (y % grid.tile == 0)
+        for (int tx = 0; tx < count; ++tx)
         {
-            for (int tx = 0; tx < grid.count; ++tx)
-            {
-                for (int x = tx * grid.tile; x < std::min(n, (tx + 1) * grid.tile); ++x)
-                {
-                    rowLimit[x] = static_cast<uint8_t>(limits[(y / grid.tile) * grid.count + tx]);
-                }
-            }
-        }
-        const uint8_t* v   = c.px.data() + static_cast<size_t>(y) * n;
-        uint8_t*       out = mask.data() + static_cast<size_t>(y) * n;
-        for (int x = 0; x < n; ++x)
-        {
-            out[x] = v[x] < rowLimit[x];
+            across[ty * count + tx] = SecondLargest(level + ty * count, tx, count, 1);
         }
     }
-    return mask;
+    for (int ty = 0; ty < count; ++ty)
+    {
+        for (int tx = 0; tx < count; ++tx)
+        {
+            limit[ty * count + tx] =
+                DarkLimit(SecondLargest(across + tx, ty, count, count), contrast);
+        }
+    }
 }
 
-std::vector<uint8_t> DarkMask(const CoarseImage& c)
+// Appends the runs of dark pixels of one row (dark[x] nonzero). Most of a row is paper: it is
+// skipped eight pixels (sixteen bytes) at a time.
+void AppendRuns(const uint16_t* dark, int n, int y, std::vector<Run>& runs)
 {
-    TileGrid all(c.size);
-    SumTiles(c, nullptr, all);
-    const LocalSums  allLocal = Neighbourhoods(all);
-    std::vector<int> limits(all.sum.size());
-    for (size_t t = 0; t < limits.size(); ++t)
+    int x = 0;
+    while (x < n)
     {
-        limits[t] = DarkLimit(allLocal.sum[t], allLocal.pixels[t], kDarkVsMeanPercent);
+        uint64_t words[2];
+        if (x + 8 <= n && (std::memcpy(words, dark + x, 16), (words[0] | words[1]) == 0))
+        {
+            x += 8;
+            continue;
+        }
+        if (!dark[x])
+        {
+            ++x;
+            continue;
+        }
+        const int start = x;
+        while (x < n && dark[x])
+        {
+            ++x;
+        }
+        runs.push_back({y, start, x - 1, static_cast<int>(runs.size())});
     }
-    const std::vector<uint8_t> first = ApplyLimits(c, all, limits);
-    TileGrid                   paper(c.size);
-    SumTiles(c, first.data(), paper);
-    const LocalSums paperLocal = Neighbourhoods(paper);
-    for (size_t t = 0; t < limits.size(); ++t)
-    {
-        const bool enoughPaper =
-            paperLocal.pixels[t] * 100 >= allLocal.pixels[t] * kMinPaperSharePercent;
-        const LocalSums& level = enoughPaper ? paperLocal : allLocal;
-        limits[t]              = DarkLimit(level.sum[t], level.pixels[t], kDarkVsPaperPercent);
-    }
-    return ApplyLimits(c, all, limits);
 }
 
-struct Blob
+// Marks the dark pixels of one row, eight at a time: all ones where the value is below the limit.
+// Both arrays hold whole blocks of eight (the limits are 0, never dark, past the row's end).
+// Returns whether the row has a dark pixel at all.
+bool MarkDark(const uint16_t* value, const uint16_t* limit, int blocks, uint16_t* dark)
 {
-    int    area = 0;
-    double sumX = 0.0;
-    double sumY = 0.0;
-    int    minX = 0, maxX = 0, minY = 0, maxY = 0;
-    bool   border = false;
-
-    double CentreX() const { return sumX / area; }
-    double CentreY() const { return sumY / area; }
-    int    Extent() const { return std::max(maxX - minX, maxY - minY) + 1; }
-    double Fill() const
+    Word8 any = {};
+    for (int b = 0; b < blocks; ++b)
     {
-        return area / static_cast<double>((maxX - minX + 1) * (maxY - minY + 1));
+        const Word8 mask =
+            Word8(LoadVector<Word8>(value + 8 * b) < LoadVector<Word8>(limit + 8 * b));
+        StoreVector(dark + 8 * b, mask);
+        any |= mask;
     }
-};
-
-// Grows the 8-connected blob that contains `start`, clearing its pixels from the mask.
-Blob GrowBlob(std::vector<uint8_t>& mask, int n, int start, std::vector<int>& stack)
-{
-    Blob blob;
-    blob.minX = blob.maxX = start % n;
-    blob.minY = blob.maxY = start / n;
-    mask[start]           = 0;
-    stack.push_back(start);
-    while (!stack.empty())
-    {
-        const int p = stack.back();
-        stack.pop_back();
-        const int x = p % n, y = p / n;
-        ++blob.area;
-        blob.sumX += x;
-        blob.sumY += y;
-        blob.minX = std::min(blob.minX, x);
-        blob.maxX = std::max(blob.maxX, x);
-        blob.minY = std::min(blob.minY, y);
-        blob.maxY = std::max(blob.maxY, y);
-        blob.border |= x == 0 || y == 0 || x == n - 1 || y == n - 1;
-        for (int ny = std::max(0, y - 1); ny <= std::min(n - 1, y + 1); ++ny)
-        {
-            for (int nx = std::max(0, x - 1); nx <= std::min(n - 1, x + 1); ++nx)
-            {
-                if (mask[ny * n + nx])
-                {
-                    mask[ny * n + nx] = 0;
-                    stack.push_back(ny * n + nx);
-                }
-            }
-        }
-    }
-    return blob;
+    uint64_t halves[2];
+    __builtin_memcpy(halves, &any, sizeof(halves));
+    return (halves[0] | halves[1]) != 0;
 }
 
-std::vector<Blob> FindBlobs(std::vector<uint8_t>& mask, int n)
+int FindRoot(std::vector<Run>& runs, int i)
 {
-    std::vector<Blob> blobs;
-    std::vector<int>  stack;
-    for (int start = 0; start < n * n; ++start)
+    while (runs[i].parent != i)
     {
-        // Most of the mask is paper: skip it eight bytes at a time.
-        uint64_t word = 0;
-        if (start + 8 <= n * n && (std::memcpy(&word, &mask[start], 8), word == 0))
-        {
-            start += 7;
-        }
-        else if (mask[start])
-        {
-            blobs.push_back(GrowBlob(mask, n, start, stack));
-        }
+        runs[i].parent = runs[runs[i].parent].parent; // path halving
+        i              = runs[i].parent;
     }
-    return blobs;
+    return i;
 }
 
-// The four largest whole blobs, if they are the chart's discs and nothing else competes.
-bool PickDiscBlobs(std::vector<Blob> blobs, std::vector<Blob>& discs)
+// Joins each run of the row starting at `first` with the runs of the previous row (from
+// `previous` to `first`) that touch it, diagonals included.
+void JoinWithPreviousRow(std::vector<Run>& runs, int previous, int first)
 {
-    blobs.erase(std::remove_if(blobs.begin(), blobs.end(),
-                               [](const Blob& b) { return b.border || b.area < kMinBlobPx; }),
-                blobs.end());
-    std::sort(blobs.begin(), blobs.end(),
-              [](const Blob& a, const Blob& b) { return a.area > b.area; });
-    if (blobs.size() < 4)
+    int j = previous;
+    for (int i = first; i < static_cast<int>(runs.size()); ++i)
     {
-        return false;
-    }
-    const double fourth = blobs[3].area;
-    if (blobs.size() > 4 && blobs[4].area >= kExtraBlobAreaRatio * fourth)
-    {
-        return false;
-    }
-    if (blobs[0].area > kMaxAreaRatio * fourth)
-    {
-        return false;
-    }
-    discs.assign(blobs.begin(), blobs.begin() + 4);
-    return std::all_of(discs.begin(), discs.end(),
-                       [](const Blob& b) { return b.Fill() >= kMinFillRatio; });
-}
-
-// Assigns the blobs to up, down, left and right of their common centre and checks the cross.
-bool AssignCross(const std::vector<Blob>& discs, int n, const Blob* slots[4])
-{
-    double cx = 0.0, cy = 0.0;
-    for (const Blob& b : discs)
-    {
-        cx += 0.25 * b.CentreX();
-        cy += 0.25 * b.CentreY();
-    }
-    slots[kUp] = slots[kDown] = slots[kLeft] = slots[kRight] = nullptr;
-    double minArm = std::numeric_limits<double>::max(), maxArm = 0.0;
-    for (const Blob& b : discs)
-    {
-        const double dx = b.CentreX() - cx, dy = b.CentreY() - cy;
-        const int    slot =
-            std::fabs(dy) > std::fabs(dx) ? (dy < 0.0 ? kUp : kDown) : (dx < 0.0 ? kLeft : kRight);
-        if (slots[slot] != nullptr)
+        while (j < first && runs[j].x1 < runs[i].x0 - 1)
         {
-            return false;
+            ++j;
         }
-        slots[slot] = &b;
-        minArm      = std::min(minArm, std::hypot(dx, dy));
-        maxArm      = std::max(maxArm, std::hypot(dx, dy));
-    }
-    const double verticalSpan   = slots[kDown]->CentreY() - slots[kUp]->CentreY();
-    const double horizontalSpan = slots[kRight]->CentreX() - slots[kLeft]->CentreX();
-    const double middle         = 0.5 * (n - 1);
-    return minArm > 0.0 && maxArm <= kMaxArmRatio * minArm &&
-           std::fabs(slots[kUp]->CentreX() - slots[kDown]->CentreX()) <=
-               kMaxAxisSkew * verticalSpan &&
-           std::fabs(slots[kLeft]->CentreY() - slots[kRight]->CentreY()) <=
-               kMaxAxisSkew * horizontalSpan &&
-           std::fabs(cx - middle) <= kMaxChartOffset * n &&
-           std::fabs(cy - middle) <= kMaxChartOffset * n;
-}
-
-// Half side of the refinement window, coarse pixels: the blob's extent with room for blur
-// tails, and clear of the other discs.
-int HalfWindow(const Blob* const slots[4], int s)
-{
-    double nearest = std::numeric_limits<double>::max();
-    for (int o = 0; o < 4; ++o)
-    {
-        if (o != s)
+        for (int k = j; k < first && runs[k].x0 <= runs[i].x1 + 1; ++k)
         {
-            nearest = std::min(nearest, std::hypot(slots[o]->CentreX() - slots[s]->CentreX(),
-                                                   slots[o]->CentreY() - slots[s]->CentreY()));
+            const int a = FindRoot(runs, i), b = FindRoot(runs, k);
+            runs[std::max(a, b)].parent = std::min(a, b);
         }
     }
-    const double byExtent = kWindowPerExtent * slots[s]->Extent() + 2.0;
-    return std::max(kMinHalfWindowPx,
-                    static_cast<int>(std::min(byExtent, kWindowPerNeighbour * nearest)));
+}
+
+// Blob statistics from the grouped runs.
+void CollectBlobs(int n, Workspace& ws)
+{
+    ws.blobs.clear();
+    ws.blobOfRoot.assign(ws.runs.size(), -1);
+    for (int i = 0; i < static_cast<int>(ws.runs.size()); ++i)
+    {
+        const Run& r    = ws.runs[i];
+        const int  root = FindRoot(ws.runs, i);
+        if (ws.blobOfRoot[root] < 0)
+        {
+            ws.blobOfRoot[root] = static_cast<int>(ws.blobs.size());
+            ws.blobs.push_back(Blob{0, 0, 0, r.x0, r.x1, r.y, r.y, false});
+        }
+        Blob&     b      = ws.blobs[ws.blobOfRoot[root]];
+        const int length = r.x1 - r.x0 + 1;
+        b.area += length;
+        b.sumX2 += static_cast<int64_t>(length) * (r.x0 + r.x1);
+        b.sumY += static_cast<int64_t>(length) * r.y;
+        b.minX = std::min(b.minX, r.x0);
+        b.maxX = std::max(b.maxX, r.x1);
+        b.minY = std::min(b.minY, r.y);
+        b.maxY = std::max(b.maxY, r.y);
+        b.border |= r.x0 == 0 || r.x1 == n - 1 || r.y == 0 || r.y == n - 1;
+    }
 }
 
 } // namespace
 
-bool DetectChart(const uint8_t* image, int side, CoarseChart& chart)
+Workspace& ThreadWorkspace()
 {
-    const CoarseImage    coarse = Downsample(image, side);
-    std::vector<uint8_t> mask   = DarkMask(coarse);
-    std::vector<Blob>    discs;
-    const Blob*          slots[4];
-    if (!PickDiscBlobs(FindBlobs(mask, coarse.size), discs) ||
-        !AssignCross(discs, coarse.size, slots))
+    thread_local Workspace workspace;
+    return workspace;
+}
+
+// Block side: the largest power of two that leaves at least kMinCoarsePx coarse pixels a side.
+// Pairs of pixels are summed over the block's rows, two rows at a time, then the pair sums
+// pairwise until one sum per block is left: every loop is a plain vector loop, and the image is
+// read once.
+CoarseImage Downsample(const uint8_t* image, int side, Workspace& ws)
+{
+    int shift = 1;
+    while ((side >> (shift + 1)) >= kMinCoarsePx)
     {
-        return false;
+        ++shift;
     }
-    const double f = coarse.factor;
-    for (int s = 0; s < 4; ++s)
+    CoarseImage c;
+    c.factor        = 1 << shift;
+    c.size          = side >> shift;
+    const int f     = c.factor;
+    const int pairs = c.size * f / 2;
+    // Eight values of slack: the last row is read in blocks of eight.
+    uint16_t* out   = Reserve(ws.coarse, static_cast<size_t>(c.size) * c.size + 8);
+    uint16_t* sum   = Reserve(ws.columnSum, static_cast<size_t>(pairs));
+    uint16_t* other = Reserve(ws.pairSum, static_cast<size_t>(pairs / 2));
+    for (int by = 0; by < c.size; ++by)
     {
-        // The darkness centroid on the coarse image puts the full-resolution window within a
-        // pixel of its final place, so the fine stage usually needs a single pass.
-        const int half = HalfWindow(slots, s);
-        double    x    = slots[s]->CentreX();
-        double    y    = slots[s]->CentreY();
-        if (!RefineDiscCentre(coarse.px.data(), coarse.size, half, x, y))
+        const uint8_t* block = image + static_cast<size_t>(by) * f * side;
+        uint16_t*      row   = out + static_cast<size_t>(by) * c.size;
+        for (int r = 0; r < f; r += 2)
         {
-            return false;
+            AddPairSums(block + static_cast<size_t>(r) * side,
+                        block + static_cast<size_t>(r + 1) * side, pairs, r == 0,
+                        shift == 1 ? row : sum);
         }
-        // Coarse pixel i covers full-resolution pixels i f .. i f + f - 1: its centre is at
-        // (i + 0.5) f - 0.5.
-        chart.discs[s].x            = (x + 0.5) * f - 0.5;
-        chart.discs[s].y            = (y + 0.5) * f - 0.5;
-        chart.discs[s].halfWindowPx = static_cast<int>(half * f);
+        // Halve the pair sums until one is left per block, the last time into the coarse row.
+        uint16_t* from = sum;
+        uint16_t* to   = other;
+        for (int count = pairs / 2; count >= c.size; count /= 2)
+        {
+            HalveSums(from, count, count == c.size ? row : to);
+            std::swap(from, to);
+        }
     }
-    return true;
+    std::fill(out + static_cast<size_t>(c.size) * c.size,
+              out + static_cast<size_t>(c.size) * c.size + 8, uint16_t{0});
+    c.px = out;
+    return c;
+}
+
+void FindDarkBlobs(const CoarseImage& c, Workspace& ws)
+{
+    const int n      = c.size;
+    const int tile   = std::max(kMinTilePx, n / kTilesPerSide);
+    const int count  = (n + tile - 1) / tile;
+    const int blocks = (n + 7) / 8;
+    TileLevels(c, tile, count, ws);
+    TileLimits(count, kMinContrastDn * c.factor * c.factor, ws);
+    uint16_t* limit = Reserve(ws.rowLimit, static_cast<size_t>(blocks) * 8);
+    uint16_t* dark  = Reserve(ws.rowDark, static_cast<size_t>(blocks) * 8);
+    std::fill(limit + n, limit + blocks * 8, uint16_t{0});
+    ws.runs.clear();
+    int previous = 0;
+    for (int y = 0; y < n; ++y)
+    {
+        if (y % tile == 0)
+        {
+            const uint16_t* tileRow = ws.tileLimit.data() + (y / tile) * count;
+            for (int tx = 0; tx < count; ++tx)
+            {
+                std::fill(limit + tx * tile, limit + std::min(n, (tx + 1) * tile), tileRow[tx]);
+            }
+        }
+        const int first = static_cast<int>(ws.runs.size());
+        if (!MarkDark(c.px + static_cast<size_t>(y) * n, limit, blocks, dark))
+        {
+            previous = first; // no run here for the next row to join
+            continue;
+        }
+        AppendRuns(dark, n, y, ws.runs);
+        JoinWithPreviousRow(ws.runs, previous, first);
+        previous = first;
+    }
+    CollectBlobs(n, ws);
 }
 
 } // namespace oisalgo

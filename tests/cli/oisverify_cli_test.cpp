@@ -1,12 +1,15 @@
 // "oisverify run" end to end: sessions through the library the command is built on, compared with
-// the simulator's truth, a replay of rendered frames against the live session, and the built
-// command's exit codes and output.
+// the simulator's truth, a replay of rendered frames against the live session, calibration runs
+// closed through the calibration service, and the built command's exit codes and output.
 #include <gtest/gtest.h>
 
 #include <stdio.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
+#include "calibrationresult.h"
+#include "chihost/services/calibrationservice.h"
 #include "clitestsupport.h"
 #include "runoptions.h"
 #include "runoutput.h"
@@ -148,6 +151,122 @@ TEST_F(RunSession, ReplayOfRenderedFramesMatchesTheLiveSession)
     EXPECT_EQ(m_result.verSrDb, liveVer);
 }
 
+// The calibration service listens on the device's socket name, one per machine: a test waits for
+// it while another test holds it.
+constexpr uint32_t kServiceWaitMs = 120000;
+
+class CalibrationSession : public RunSession
+{
+protected:
+    void Calibrate(Words words)
+    {
+        words.insert(words.end(), { "--calibrate", "--drop", "10", "--out", m_folder / "out" });
+        std::string error;
+        ASSERT_TRUE(oisverify::ParseRunWords(words, &m_config, &error)) << error;
+        m_config.device.nodeLibraryPath    = ZELK_NODE_LIBRARY;
+        m_config.calibration.socketWaitMs  = kServiceWaitMs;
+        chihost::Status status             = oisverify::RunVerification(m_config, nullptr, &m_result);
+        ASSERT_TRUE(status) << status.Message();
+        m_outcome = oisverify::ReadCalibrationOutcome(m_config, m_result);
+        m_verdict = oisverify::DecideCalibrationVerdict(m_config, m_result, m_outcome);
+    }
+
+    oisverify::CalibrationOutcome m_outcome;
+};
+
+struct SearchCase
+{
+    const char* idealGain;
+    bool        swapAxes;
+    float       selectedX, selectedY;
+};
+
+void PrintTo(const SearchCase& c, std::ostream* pOut) { *pOut << c.idealGain << (c.swapAxes ? " swapped" : ""); }
+
+class NearestStep : public CalibrationSession, public ::testing::WithParamInterface<SearchCase> {};
+
+// The module below the limit at its base gains passes with the search step nearest its ideal gain,
+// which the persist file then holds for the module.
+TEST_P(NearestStep, SelectsTheStepNearestTheIdealGainAndPasses)
+{
+    Words words = { "--ideal-gain", GetParam().idealGain };
+    if (GetParam().swapAxes)
+    {
+        words.push_back("--swap-axes");
+    }
+    Calibrate(words);
+    EXPECT_TRUE(m_verdict.pass) << m_verdict.headline;
+    EXPECT_EQ(m_result.finalState, 4);
+    EXPECT_FALSE(m_outcome.initialPass);
+    ASSERT_EQ(m_outcome.records.size(), 9u);
+    ASSERT_TRUE(m_outcome.hasSelection);
+    EXPECT_FLOAT_EQ(m_outcome.selection.gainX, GetParam().selectedX);
+    EXPECT_FLOAT_EQ(m_outcome.selection.gainY, GetParam().selectedY);
+    EXPECT_FLOAT_EQ(static_cast<float>(m_outcome.nearestX), GetParam().selectedX);
+    EXPECT_FLOAT_EQ(static_cast<float>(m_outcome.nearestY), GetParam().selectedY);
+    // The module runs on the selection at the end; the simulator's SR with it is what the node saw.
+    ASSERT_TRUE(m_outcome.hasTrueSr);
+    EXPECT_NEAR(m_outcome.trueSrXDb, m_outcome.selection.srXDb, 0.5);
+    EXPECT_NEAR(m_outcome.trueSrYDb, m_outcome.selection.srYDb, 0.5);
+    ASSERT_EQ(m_result.calibration.applied.size(), 10u) << "nine targets, then the selection";
+    EXPECT_FLOAT_EQ(static_cast<float>(m_result.calibration.applied.back().gainX), GetParam().selectedX);
+
+    std::vector<std::string> written;
+    ASSERT_TRUE(oisverify::WriteRunOutputs(m_config, m_result, m_verdict, &written, &m_outcome));
+    const std::string html = clitest::ReadText(m_folder / "out/index.html");
+    EXPECT_EQ(clitest::CheckMarkup(html), "");
+    EXPECT_NE(html.find("<h2>Calibration</h2>"), std::string::npos);
+    EXPECT_EQ(clitest::CheckMarkup(clitest::ReadText(m_folder / "out/calibration.svg")), "");
+    EXPECT_EQ(oisverify::ParseCalibrationLog(clitest::ReadText(m_folder / "out/oisGyroGainCalibrate.txt")).size(), 9u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Ideals, NearestStep,
+                         ::testing::Values(SearchCase{ "1.08", false, 1.10f, 1.10f },
+                                           SearchCase{ "0.87,1.12", true, 0.85f, 1.10f }));
+
+TEST_F(CalibrationSession, ModuleWithinTheLimitNeedsNoSearch)
+{
+    Calibrate({});
+    EXPECT_TRUE(m_verdict.pass) << m_verdict.headline;
+    EXPECT_NE(m_verdict.headline.find("no search needed"), std::string::npos);
+    EXPECT_FALSE(m_outcome.searched);
+    EXPECT_FALSE(m_result.calibration.persistRead);
+    EXPECT_TRUE(m_result.calibration.applied.empty());
+}
+
+// With one axis held the node's search runs on until the persist file refuses a target: the tool
+// streams long enough to see that end, and says why.
+TEST_F(CalibrationSession, HeldAxisEndsInTheRefusedTarget)
+{
+    Calibrate({ "--single-axis", "x", "--ideal-gain", "0.9,1.0", "--wait", "2" });
+    EXPECT_TRUE(m_result.finished) << m_result.stopReason;
+    EXPECT_EQ(m_result.finalState, -21);
+    EXPECT_NE(m_verdict.headline.find("with one axis held"), std::string::npos) << m_verdict.headline;
+    ASSERT_FALSE(m_outcome.records.empty());
+    EXPECT_GT(m_outcome.records.back().gainX, 1.2f);
+    for (const oisverify::SearchRecord& record : m_outcome.records)
+    {
+        EXPECT_EQ(record.gainY, 1.0f);
+    }
+}
+
+// A socket name another process holds: the session gives up after the wait, naming the socket.
+TEST_F(CalibrationSession, TakenSocketNameFailsNamingIt)
+{
+    const std::string          name = "oisverify.test." + std::to_string(getpid());
+    chihost::CalibrationService holder;
+    std::string                error;
+    ASSERT_TRUE(holder.Start({ name, m_folder / "persist.bin", nullptr }, &error)) << error;
+    Words words = { "--calibrate", "--out", m_folder / "out" };
+    ASSERT_TRUE(oisverify::ParseRunWords(words, &m_config, &error)) << error;
+    m_config.device.nodeLibraryPath   = ZELK_NODE_LIBRARY;
+    m_config.calibration.socketName   = name;
+    m_config.calibration.socketWaitMs = 300;
+    const chihost::Status status      = oisverify::RunVerification(m_config, nullptr, &m_result);
+    ASSERT_FALSE(status);
+    EXPECT_NE(status.Message().find("holds the socket name @" + name), std::string::npos) << status.Message();
+}
+
 struct ExitCase
 {
     const char* arguments;
@@ -188,6 +307,12 @@ INSTANTIATE_TEST_SUITE_P(
                       ExitCase{ "--replay /nonexistent/frames", 1, "is not a directory" },
                       ExitCase{ "--prop persist.vendor.camera.oisgyrogain.w=", 1, "refused creation with result 3" },
                       ExitCase{ "--fps 25 --drop 0", 1, "error -13" },
-                      ExitCase{ "--help", 0, "usage: oisverify run" }));
+                      ExitCase{ "--help", 0, "usage: oisverify run" },
+                      ExitCase{ "--calibrate --ideal-gain 1.08 --drop 10 --service-wait 120", 0,
+                                "PASS  SR at or above the limit of 18.00 dB on both gyro axes with the selected "
+                                "gains 1.10, 1.10" },
+                      ExitCase{ "--calibrate --ideal-gain 1.08 --limit 30 --drop 10 --service-wait 120", 1,
+                                "FAIL  gyro X SR with the selected gain 1.10" },
+                      ExitCase{ "--calibrate --debug-images", 2, "no gain moves" }));
 
 } // namespace

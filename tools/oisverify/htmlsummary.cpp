@@ -3,6 +3,7 @@
 
 #include <stdio.h>
 
+#include "calibrationreport.h"
 #include "runreport.h"
 #include "svgwriter.h"
 
@@ -120,6 +121,14 @@ std::vector<std::pair<std::string, std::string>> RunParameters(const RunConfig& 
     const std::string limitSource =
         config.srLimitSource.empty() ? " (node default)" : " (" + config.srLimitSource + ")";
     rows.push_back({ "SR limit", Fixed(config.srLimitDb, " dB") + limitSource });
+    if (config.calibration.enabled)
+    {
+        rows.push_back({ "gain search", "gyro X " + DescribeAxisSearch(config, false) + ", gyro Y " +
+                                            DescribeAxisSearch(config, true) + "; " +
+                                            std::to_string(config.calibration.settleFrames) + " settle frames" });
+        rows.push_back({ "module", "fuse ID " + config.calibration.fuseId +
+                                       (s.ois.swapGyroAxes ? ", gyro X drives the vertical axis" : "") });
+    }
     snprintf(text, sizeof(text), "%llu streamed, %u measured, %u failed",
              static_cast<unsigned long long>(result.requests), result.events.measured, result.events.failed);
     rows.push_back({ "session", text });
@@ -134,7 +143,7 @@ std::vector<std::pair<std::string, std::string>> RunParameters(const RunConfig& 
 
 std::string SummaryHtml(const RunConfig& config, const RunResult& result, const Verdict& verdict,
                         const std::string& summarySvg, const std::string& positionsSvg,
-                        const std::vector<std::string>& files)
+                        const std::vector<std::string>& files, const std::string& calibrationSection)
 {
     const char* pWord = verdict.pass ? "PASS" : "FAIL";
     std::string html  = "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\"/>\n";
@@ -145,8 +154,11 @@ std::string SummaryHtml(const RunConfig& config, const RunResult& result, const 
     {
         html += List(verdict.reasons, false);
     }
-    html += "<h2>Suppression ratio</h2>\n" + SrTable(config, result);
-    html += "<figure>\n" + summarySvg + "</figure>\n";
+    if (calibrationSection.empty())
+    {
+        html += "<h2>Suppression ratio</h2>\n" + SrTable(config, result);
+    }
+    html += "<figure>\n" + summarySvg + "</figure>\n" + calibrationSection;
     html += "<h2>Circle positions</h2>\n<figure>\n" + positionsSvg + "</figure>\n";
     html += "<h2>Parameters</h2>\n<table class=\"params\">\n";
     for (const auto& row : RunParameters(config, result))

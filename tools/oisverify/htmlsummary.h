@@ -18,9 +18,11 @@ namespace oisverify
 // The session's parameters as (name, value) rows, in the order a reader wants them.
 std::vector<std::pair<std::string, std::string>> RunParameters(const RunConfig& config, const RunResult& result);
 
+// calibrationSection: a calibration run's section (see calibrationreport.h), which takes the place
+// of the SR table: the node's last SR there belongs to the last gain it tried.
 std::string SummaryHtml(const RunConfig& config, const RunResult& result, const Verdict& verdict,
                         const std::string& summarySvg, const std::string& positionsSvg,
-                        const std::vector<std::string>& files);
+                        const std::vector<std::string>& files, const std::string& calibrationSection = "");
 
 } // namespace oisverify
 

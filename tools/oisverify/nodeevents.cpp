@@ -17,6 +17,41 @@ bool StartsWith(const std::string& text, const char* pPrefix)
     return text.compare(0, strlen(pPrefix), pPrefix) == 0;
 }
 
+// The lines of a measurement's verdict and of the calibration search; false for any other line.
+bool NoteSearchLine(const std::string& message, NodeEvents* pEvents)
+{
+    MeasuredSr    sr;
+    GainSelection selection;
+    int           count = 0;
+    float         gainX = 0.0f, gainY = 0.0f;
+    if (StartsWith(message, "Blur is valid ") &&
+        sscanf(message.c_str(), "Blur is valid [horSR, verSR] = [%f, %f] [horBlur,verBlur] = [%f, %f]", &sr.horSrDb,
+               &sr.verSrDb, &sr.horBlurPx, &sr.verBlurPx) == 4)
+    {
+        pEvents->verdicts.push_back(sr);
+        return true;
+    }
+    if (StartsWith(message, "Set gain target ") &&
+        sscanf(message.c_str(), "Set gain target oisCalibCnt = %d gainXTarget = %f gainYTarget = %f", &count, &gainX,
+               &gainY) == 3)
+    {
+        pEvents->targets++;
+        pEvents->measuredBeforeTarget = pEvents->measured;
+        pEvents->targetGainX = gainX;
+        pEvents->targetGainY = gainY;
+        return true;
+    }
+    if (StartsWith(message, "select Gain write to persist") &&
+        sscanf(message.c_str(), "select Gain write to persist, vertorSize = %d Gain[%f, %f] SR[%f, %f]",
+               &selection.records, &selection.gainX, &selection.gainY, &selection.srXDb, &selection.srYDb) == 5)
+    {
+        pEvents->hasSelection = true;
+        pEvents->selection    = selection;
+        return true;
+    }
+    return false;
+}
+
 } // namespace
 
 void NoteLogLine(char level, const std::string& message, NodeEvents* pEvents)
@@ -27,6 +62,10 @@ void NoteLogLine(char level, const std::string& message, NodeEvents* pEvents)
     if (level == 'E')
     {
         pEvents->errors.push_back(message);
+    }
+    if (NoteSearchLine(message, pEvents))
+    {
+        return;
     }
     if (sscanf(message.c_str(), "algo return = %d", &code) == 1 && StartsWith(message, "algo return = "))
     {

@@ -1,7 +1,8 @@
 // What the node tells about a session besides its metadata: its log lines (measured and failed
 // frames, the SR it calculated, the duration of the measurement, its errors) and the
-// point-position file with the circle centres of every measured frame. The log is drained after
-// each request, so counting stays linear in the session's length.
+// point-position file with the circle centres of every measured frame. A calibration search adds
+// a verdict per gain target, the targets themselves and the gains it selected. The log is drained
+// after each request, so counting stays linear in the session's length.
 #ifndef ZELK_TOOLS_OISVERIFY_NODEEVENTS_H
 #define ZELK_TOOLS_OISVERIFY_NODEEVENTS_H
 
@@ -16,6 +17,25 @@
 namespace oisverify
 {
 
+// SR and blur of one completed measurement, as the node logs it at the verdict.
+struct MeasuredSr
+{
+    float horSrDb   = 0.0f;
+    float verSrDb   = 0.0f;
+    float horBlurPx = 0.0f;
+    float verBlurPx = 0.0f;
+};
+
+// The gains a calibration search chose per gyro axis and the SR each gave, as the node logs them.
+struct GainSelection
+{
+    int32_t records = 0; // measured targets the choice was made from
+    float   gainX   = 0.0f;
+    float   gainY   = 0.0f;
+    float   srXDb   = 0.0f;
+    float   srYDb   = 0.0f;
+};
+
 struct NodeEvents
 {
     uint32_t                 measured       = 0; // algorithm runs that found the four circles
@@ -28,6 +48,13 @@ struct NodeEvents
     float                    verBlurPx      = 0.0f;
     int32_t                  durationMs     = -1; // first to last measured frame, at the verdict
     std::vector<std::string> errors;              // the node's error lines, in order
+    std::vector<MeasuredSr>  verdicts; // every completed measurement, the first one included
+    uint32_t                 targets              = 0;    // gain targets the calibration search set
+    float                    targetGainX          = 0.0f; // the latest of them
+    float                    targetGainY          = 0.0f;
+    uint32_t                 measuredBeforeTarget = 0;    // `measured` when the latest target was set
+    bool                     hasSelection         = false;
+    GainSelection            selection;
 };
 
 // Reads one CHI log message into the events; lines that carry no event change nothing.

@@ -13,6 +13,7 @@
 #include "arguments.h"
 #include "commands.h"
 #include "oiscalibrationfile.h"
+#include "persistrecords.h"
 
 namespace oisverify
 {
@@ -27,41 +28,15 @@ struct PersistTally
     size_t invalid = 0; // lines that are not five columns
 };
 
-// Fields may hold any byte; show them on one line with control and non-ASCII bytes as \xNN.
-std::string Shown(const std::string& text)
-{
-    std::string shown;
-    for (unsigned char c : text)
-    {
-        if (c >= 0x20 && c < 0x7F && c != '\\' && c != '"')
-        {
-            shown.push_back(static_cast<char>(c));
-            continue;
-        }
-        char escaped[8];
-        snprintf(escaped, sizeof(escaped), "\\x%02X", c);
-        shown += escaped;
-    }
-    return shown;
-}
-
 void PrintLine(size_t number, const OISPersistLine& line, PersistTally* pTally)
 {
-    if (line.columnCount != OISCalibrationFile::kColumnCount)
+    printf("%s\n", DescribePersistLine(number, line).c_str());
+    if (!IsRecord(line))
     {
-        printf("line %zu  not a record: %d column%s, a record has %d  \"%s\"\n", number, line.columnCount,
-               (line.columnCount == 1) ? "" : "s", OISCalibrationFile::kColumnCount, Shown(line.text).c_str());
         pTally->invalid++;
         return;
     }
-    const OISCalData& record   = line.record;
-    const uint16_t    computed = OISCalibrationFile::GetCrc(&record);
-    const bool        good     = (computed == record.crc);
-    printf("line %zu  %-3s  fuse id \"%s\"  flag \"%s\"  gains \"%s\", \"%s\"  crc stored %u, computed %u\n", number,
-           good ? "ok" : "bad", Shown(record.fuseId).c_str(), Shown(record.calibFlag).c_str(),
-           Shown(record.gainX).c_str(), Shown(record.gainY).c_str(), static_cast<unsigned>(record.crc),
-           static_cast<unsigned>(computed));
-    (good ? pTally->good : pTally->bad)++;
+    (HasGoodCrc(line) ? pTally->good : pTally->bad)++;
 }
 
 void PrintUsage(FILE* pOut)

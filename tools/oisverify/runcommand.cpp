@@ -2,12 +2,16 @@
 // shake table (or the node's debug images, or a recorded folder) through the node in the
 // emulated phone until it reaches a final state, prints progress and a PASS/FAIL verdict against
 // the SR limit with the node's SR next to the true SR, and writes the node's files, its log, the
-// figures and a summary page into the output folder. Exit 0 on PASS, 1 on FAIL or when the session
-// cannot run, 2 for a usage error.
+// figures and a summary page into the output folder. With --calibrate a verification below the
+// limit goes on into the node's gain search, closed through the calibration service, and the
+// verdict is the selected gains'. Exit 0 on PASS, 1 on FAIL or when the session cannot run, 2 for
+// a usage error.
 #include <stdio.h>
 #include <stdlib.h>
 #include <unistd.h>
 
+#include "calibrationreport.h"
+#include "calibrationresult.h"
 #include "commands.h"
 #include "runoptions.h"
 #include "runoutput.h"
@@ -28,8 +32,13 @@ void PrintHelp(const std::vector<OptionSpec>& specs)
            "until it reaches a verdict. Prints PASS or FAIL against the SR limit with the node's SR\n"
            "next to the simulator's true SR, and writes the node's report and logs, plots of the circle\n"
            "positions and a summary page (index.html) into the output folder.\n\n"
+           "With --calibrate a verification below the limit goes on into the node's gyro-gain search,\n"
+           "closed through the emulated calibration service: the module takes each gain pair the node\n"
+           "writes to the persist file. Prints every pair tried, the selected gains against the\n"
+           "module's ideal gains and PASS when the selected gains reach the limit.\n\n"
            "Options:\n%s\n"
-           "Exit status: 0 PASS, 1 FAIL or the session could not run, 2 usage error.\n",
+           "Exit status: 0 PASS (with --calibrate: after calibration), 1 FAIL or the session could not\n"
+           "run, 2 usage error.\n",
            DescribeOptions(specs).c_str());
 }
 
@@ -58,8 +67,13 @@ int RunRun(int argc, char** argv, int first)
     }
 
     PrintRunHeader(stdout, config);
+    if (config.calibration.enabled)
+    {
+        PrintCalibrationHeader(stdout, config);
+    }
     // On a terminal the progress line is rewritten in place, unless the node's log is echoed too.
     const bool      terminal = isatty(fileno(stdout)) != 0;
+    const bool      colour   = terminal && getenv("NO_COLOR") == nullptr;
     ProgressPrinter printer(stdout, terminal && !config.echoLog, config.progressEvery);
     RunResult       result;
     chihost::Status status =
@@ -69,10 +83,21 @@ int RunRun(int argc, char** argv, int first)
         fprintf(stderr, "oisverify run: %s\n", status.Message().c_str());
         return 1;
     }
-    const Verdict verdict = DecideVerdict(MakeVerdictInput(config, result));
-    PrintVerdict(stdout, config, result, verdict, terminal && getenv("NO_COLOR") == nullptr);
     std::vector<std::string> written;
-    status = WriteRunOutputs(config, result, verdict, &written);
+    Verdict                  verdict;
+    if (config.calibration.enabled)
+    {
+        const CalibrationOutcome outcome = ReadCalibrationOutcome(config, result);
+        verdict                          = DecideCalibrationVerdict(config, result, outcome);
+        PrintCalibrationReport(stdout, config, result, outcome, verdict, colour);
+        status = WriteRunOutputs(config, result, verdict, &written, &outcome);
+    }
+    else
+    {
+        verdict = DecideVerdict(MakeVerdictInput(config, result));
+        PrintVerdict(stdout, config, result, verdict, colour);
+        status = WriteRunOutputs(config, result, verdict, &written);
+    }
     if (!status)
     {
         fprintf(stderr, "oisverify run: %s\n", status.Message().c_str());

@@ -6,6 +6,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 
+#include <algorithm>
 #include <vector>
 
 namespace oisverify
@@ -29,6 +30,12 @@ constexpr uint64_t kSkippedFrameAllowance = 8;
 // A calibration search tries up to ten gain targets, each settling and measuring again.
 constexpr uint64_t kCalibrationRounds = 12;
 constexpr uint64_t kCalibrationSettleFrames = 16;
+// The persist file takes normalised gains up to 2.0; a search with one axis held runs up to there.
+constexpr double   kLargestAcceptedGain = 2.0;
+constexpr double   kSmallestBaseGain    = 0.01;
+// Targets beyond the computed count: the node compares in single precision, which may add one,
+// plus the target that ends the search without being measured.
+constexpr uint64_t kSpareTargets = 3;
 
 // The node's split: a field ends at each ':', empty fields between colons are kept, a trailing
 // part after the last colon counts only when it is not empty.
@@ -168,6 +175,18 @@ std::string EffectiveProperty(const chihost::NameValueList& properties, const st
     return value;
 }
 
+bool HasEntry(const chihost::NameValueList& list, const std::string& name)
+{
+    for (const auto& entry : list)
+    {
+        if (entry.first == name)
+        {
+            return true;
+        }
+    }
+    return false;
+}
+
 void ApplyLayoutAndParams(RunConfig* pConfig)
 {
     sim::SensorConfig& sensor = pConfig->scenario.sensor;
@@ -183,6 +202,20 @@ uint64_t MaxRequests(const AlgoParams& params)
 {
     const uint64_t measurement = params.verdictFrames + 1 + kSkippedFrameAllowance;
     return params.dropFrames + measurement + kCalibrationRounds * (measurement + kCalibrationSettleFrames);
+}
+
+uint64_t MaxCalibrationRequests(const AlgoParams& params, const CalibrationConfig& calibration, double baseGain)
+{
+    const double lowest = 1.0 - calibration.limitFraction;
+    double       upper  = 1.0 + calibration.limitFraction; // both relative to the base gain
+    if (calibration.singleAxis == 1 || calibration.singleAxis == 2)
+    {
+        upper = std::max(upper, kLargestAcceptedGain / std::max(baseGain, kSmallestBaseGain));
+    }
+    const uint64_t targets     = static_cast<uint64_t>((upper - lowest) / calibration.stepFraction) + kSpareTargets;
+    const uint64_t measurement = params.verdictFrames + 1 + kSkippedFrameAllowance;
+    // Each target takes the request that sets it, its settle frames and a measurement.
+    return params.dropFrames + measurement + targets * (1 + calibration.settleFrames + measurement);
 }
 
 } // namespace oisverify

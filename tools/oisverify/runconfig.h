@@ -53,6 +53,8 @@ bool ParseSrLimit(const std::string& text, double* pLimitDb, std::string* pError
 
 // The value a name ends up with in build.prop: the last entry wins; empty when absent.
 std::string EffectiveProperty(const chihost::NameValueList& properties, const std::string& name);
+// Whether the list has an entry of that name.
+bool HasEntry(const chihost::NameValueList& list, const std::string& name);
 
 enum class FrameSource
 {
@@ -72,6 +74,22 @@ struct FrameLayout
     uint32_t Scanline() const { return scanline != 0 ? scanline : height; }
 };
 
+// The gyro-gain search of "run --calibrate", in the node's terms: the fields of
+// vendor.debug.camera.oisGainCalibrate (targets base x (1 - limit) + n x base x step, a settle
+// count after each) and what the emulated phone needs for a closed loop: the module's fuse ID,
+// the calibration service's socket and how long to wait for that name to come free.
+struct CalibrationConfig
+{
+    bool        enabled       = false;
+    uint32_t    singleAxis    = 0;    // 0 both gyro axes, 1 X only, 2 Y only (the other is held)
+    double      stepFraction  = 0.05; // of the base gain
+    double      limitFraction = 0.2;  // of the base gain, on either side
+    uint32_t    settleFrames  = 10;   // requests after a new gain before measuring again
+    std::string fuseId;               // the module's ID, as the service keys its gains
+    std::string socketName;           // empty: the device's
+    uint32_t    socketWaitMs = 10000; // while another process holds the socket name
+};
+
 struct RunConfig
 {
     DeviceRequest device;       // build.prop already holds the composed properties
@@ -86,6 +104,7 @@ struct RunConfig
     std::string   srLimitSource; // the property text the limit came from, empty for the default
     std::string   outDir;        // absolute; empty writes nothing
     uint32_t      progressEvery = 30;
+    CalibrationConfig calibration; // enabled only with --calibrate
 };
 
 // Fills the scenario's sensor and shake from layout and params, leaving module and noise as set.
@@ -94,6 +113,12 @@ void ApplyLayoutAndParams(RunConfig* pConfig);
 // Largest number of requests a session may take before the tool gives up on a final state:
 // the drop count, enough frames for a verdict with failed frames, and a calibration search.
 uint64_t MaxRequests(const AlgoParams& params);
+
+// The same for a configured search: every target the node can try before it stops, each with its
+// settle frames and a measurement. With one axis held the search ends only when the persist file
+// refuses a target (above the largest gain it accepts), so the searched axis runs up to there.
+// baseGain is the smaller base gain of the searched axes.
+uint64_t MaxCalibrationRequests(const AlgoParams& params, const CalibrationConfig& calibration, double baseGain);
 
 } // namespace oisverify
 

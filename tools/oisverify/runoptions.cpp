@@ -8,6 +8,8 @@
 
 #include <filesystem>
 
+#include "calibrationoptions.h"
+#include "optionreader.h"
 #include "sim/chart.h"
 #include "sim/simulator.h"
 
@@ -19,7 +21,7 @@ namespace
 
 // Options that describe the simulated module and table; recorded frames have neither.
 const char* const kSimulatorOptions[] = { "gain", "ideal-gain", "ois-off", "amplitude", "noise", "seed",
-                                          "debug-images" };
+                                          "debug-images", "swap-axes" };
 // Options composed into vendor.debug.camera.oisAlgoPara.
 const char* const kAlgoParaOptions[] = { "freq", "fps", "drop", "debug-images", "dump-images" };
 
@@ -28,113 +30,6 @@ constexpr uint32_t kMaxFrameSidePx = 16384;
 // The measurement library takes square crops of 256 to 2048 pixels a side.
 constexpr int kMinCropSidePx = 256;
 constexpr int kMaxCropSidePx = 2048;
-
-class OptionReader
-{
-public:
-    OptionReader(const Arguments& arguments, std::string* pError) : m_arguments(arguments), m_pError(pError) {}
-
-    bool Fail(const std::string& message)
-    {
-        *m_pError = message;
-        return false;
-    }
-
-    // A number, or "X,Y" for the two axes; a single number sets both.
-    bool Pair(const char* pName, double min, double max, double* pX, double* pY)
-    {
-        if (!m_arguments.Has(pName))
-        {
-            return true;
-        }
-        const std::string text  = m_arguments.Value(pName);
-        const size_t      comma = text.find(',');
-        const std::string first = text.substr(0, comma);
-        const std::string second = (comma == std::string::npos) ? first : text.substr(comma + 1);
-        if (!ToNumber(first, min, max, pX) || !ToNumber(second, min, max, pY))
-        {
-            return Fail(RangeMessage(pName, text, min, max, " (or X,Y for the two axes)"));
-        }
-        return true;
-    }
-
-    bool Number(const char* pName, double min, double max, double* pValue)
-    {
-        if (m_arguments.Has(pName) && !ToNumber(m_arguments.Value(pName), min, max, pValue))
-        {
-            return Fail(RangeMessage(pName, m_arguments.Value(pName), min, max, ""));
-        }
-        return true;
-    }
-
-    bool Whole(const char* pName, uint64_t min, uint64_t max, uint64_t* pValue)
-    {
-        if (!m_arguments.Has(pName))
-        {
-            return true;
-        }
-        const std::string text  = m_arguments.Value(pName);
-        char*             pEnd  = nullptr;
-        errno                   = 0;
-        unsigned long long value = strtoull(text.c_str(), &pEnd, 10);
-        if (text.empty() || text.find_first_not_of("0123456789") != std::string::npos || errno != 0 || value < min ||
-            value > max)
-        {
-            return Fail("--" + std::string(pName) + " needs a whole number from " + std::to_string(min) + " to " +
-                        std::to_string(max) + ", got '" + text + "'");
-        }
-        *pValue = value;
-        return true;
-    }
-
-    template <typename T>
-    bool Whole32(const char* pName, uint64_t min, uint64_t max, T* pValue)
-    {
-        uint64_t value = *pValue;
-        bool     ok    = Whole(pName, min, max, &value);
-        *pValue        = static_cast<T>(value);
-        return ok;
-    }
-
-    bool Has(const char* pName) const { return m_arguments.Has(pName); }
-
-private:
-    static bool ToNumber(const std::string& text, double min, double max, double* pValue)
-    {
-        char* pEnd = nullptr;
-        errno      = 0;
-        double v   = strtod(text.c_str(), &pEnd);
-        if (text.empty() || *pEnd != '\0' || errno != 0 || !isfinite(v) || v < min || v > max)
-        {
-            return false;
-        }
-        *pValue = v;
-        return true;
-    }
-
-    static std::string RangeMessage(const char* pName, const std::string& text, double min, double max,
-                                    const char* pForm)
-    {
-        char range[96];
-        snprintf(range, sizeof(range), "a number from %g to %g", min, max);
-        return "--" + std::string(pName) + " needs " + range + pForm + ", got '" + text + "'";
-    }
-
-    const Arguments& m_arguments;
-    std::string*     m_pError;
-};
-
-bool HasEntry(const chihost::NameValueList& list, const std::string& name)
-{
-    for (const auto& entry : list)
-    {
-        if (entry.first == name)
-        {
-            return true;
-        }
-    }
-    return false;
-}
 
 bool CheckConflicts(OptionReader& reader, const chihost::NameValueList& userProps)
 {
@@ -264,20 +159,21 @@ bool ReadLimit(OptionReader& reader, const chihost::NameValueList& properties, R
 }
 
 // The module's gain property follows the simulated gains; the composed properties come before
-// the user's, so a --prop of the same name still wins.
-void ComposeProperties(bool limitGiven, RunConfig* pConfig)
+// the user's, so a --prop of the same name still wins. A calibration run always states its search.
+void ComposeProperties(bool limitGiven, const chihost::NameValueList& userProps, RunConfig* pConfig)
 {
     chihost::NameValueList& properties = pConfig->device.root.buildProperties;
     char                    text[96];
     snprintf(text, sizeof(text), "%.6f,%.6f", pConfig->scenario.ois.gainX, pConfig->scenario.ois.gainY);
     properties.front().second = text;
     properties.insert(properties.begin() + 1, { kAlgoParaProperty, pConfig->algoParaText });
-    if (limitGiven)
+    const bool calibrating = pConfig->calibration.enabled && !HasEntry(userProps, kGainCalibrateProperty);
+    if (limitGiven || calibrating)
     {
-        // The rest of the calibration fields keep the node's defaults.
-        snprintf(text, sizeof(text), "0:0:%g:0.05:0.2:10", pConfig->srLimitDb);
-        properties.insert(properties.begin() + 2, { kGainCalibrateProperty, text });
-        pConfig->srLimitSource = text;
+        // Without --calibrate the search fields keep the node's defaults.
+        const std::string calibrate = ComposeGainCalibrate(pConfig->srLimitDb, pConfig->calibration);
+        properties.insert(properties.begin() + 2, { kGainCalibrateProperty, calibrate });
+        pConfig->srLimitSource = calibrate;
         pConfig->srLimitDb     = static_cast<float>(pConfig->srLimitDb);
     }
 }
@@ -313,6 +209,10 @@ std::vector<OptionSpec> RunOptionSpecs()
         { "out", true, false, "DIR", "output folder (default ./oisverify-out)" },
         { "progress-every", true, false, "N", "without a terminal, print progress every N frames (0: never)" },
     };
+    for (const OptionSpec& spec : CalibrationOptionSpecs())
+    {
+        specs.push_back(spec);
+    }
     for (const OptionSpec& spec : DeviceOptionSpecs())
     {
         specs.push_back(spec);
@@ -346,7 +246,8 @@ bool ParseRunConfig(const Arguments& arguments, RunConfig* pConfig, std::string*
     {
         return reader.Fail("the node's debug mode measures its debug images, not the replayed frames");
     }
-    if (config.source != FrameSource::DebugImages && !CheckCrop(reader, config.layout))
+    if ((config.source != FrameSource::DebugImages && !CheckCrop(reader, config.layout)) ||
+        !ReadCalibrationOptions(reader, userProps, &config))
     {
         return false;
     }
@@ -356,7 +257,8 @@ bool ParseRunConfig(const Arguments& arguments, RunConfig* pConfig, std::string*
     {
         return reader.Fail("the simulated session is not usable: " + scenarioError);
     }
-    ComposeProperties(arguments.Has("limit"), &config);
+    ComposeProperties(arguments.Has("limit"), userProps, &config);
+    ComposeCalibrationDevice(&config);
     config.echoLog   = arguments.Has("log");
     config.replayDir = arguments.Has("replay") ? AbsolutePath(arguments.Value("replay")) : "";
     config.outDir    = AbsolutePath(arguments.Value("out", "oisverify-out"));

@@ -5,6 +5,8 @@
 #include <stdio.h>
 #include <string.h>
 
+#include "calibrationfigure.h"
+#include "calibrationreport.h"
 #include "htmlsummary.h"
 #include "svgfigures.h"
 
@@ -64,19 +66,31 @@ std::string PositionsCsv(const RunResult& result)
 }
 
 chihost::Status WriteRunOutputs(const RunConfig& config, const RunResult& result, const Verdict& verdict,
-                                std::vector<std::string>* pWritten)
+                                std::vector<std::string>* pWritten, const CalibrationOutcome* pCalibration)
 {
-    const std::string summary   = SummarySvg(config, result, verdict);
+    const std::string summary   = pCalibration ? SummarySvg(config, CalibrationBars(*pCalibration), verdict)
+                                               : SummarySvg(config, result, verdict);
     const std::string positions = PositionsSvg(result);
+    const std::string calibration = pCalibration ? CalibrationSvg(config, *pCalibration) : "";
+    const std::string section =
+        pCalibration ? CalibrationSectionHtml(config, result, *pCalibration, calibration) : "";
     std::vector<std::string> links = { "summary.svg", "positions.svg", "positions.csv", "node.log" };
+    if (pCalibration)
+    {
+        links.insert(links.begin() + 2, "calibration.svg");
+    }
     links.insert(links.end(), result.nodeFiles.begin(), result.nodeFiles.end());
-    const std::pair<const char*, std::string> files[] = {
-        { "index.html", SummaryHtml(config, result, verdict, summary, positions, links) },
+    std::vector<std::pair<const char*, std::string>> files = {
+        { "index.html", SummaryHtml(config, result, verdict, summary, positions, links, section) },
         { "summary.svg", summary },
         { "positions.svg", positions },
         { "positions.csv", PositionsCsv(result) },
         { "node.log", result.logText },
     };
+    if (pCalibration)
+    {
+        files.insert(files.begin() + 3, { "calibration.svg", calibration });
+    }
     pWritten->clear();
     for (const auto& file : files)
     {

@@ -32,6 +32,7 @@ const FileNote kFileNotes[] = {
     { "oisVerify_point_position.txt", "the node's circle centres per measured frame" },
     { "oisverify_crop.yuv", "the first measured crop (grey-chroma NV12)" },
     { "oisGyroGainCalibrate.txt", "the node's calibration log" },
+    { "calibration.svg", "SR against gyro gain per axis: every pair the search tried" },
 };
 
 const char* FileWhat(const std::string& name)
@@ -178,6 +179,19 @@ std::string FormatProgress(const ProgressInfo& info)
                  info.dropFrames);
         return line + text;
     }
+    if (info.measuredPairs != 0)
+    {
+        snprintf(text, sizeof(text), "gain search over, %u pairs measured  failed %u", info.measuredPairs,
+                 info.failed);
+        return line + text;
+    }
+    if (info.targets != 0)
+    {
+        // During a gain search: the target being settled or measured (the node counts from 0).
+        snprintf(text, sizeof(text), "target %u gain %.2f,%.2f  ", info.targets - 1, info.targetGainX,
+                 info.targetGainY);
+        line += text;
+    }
     snprintf(text, sizeof(text), "measured %u/%u  failed %u", info.measured, info.needed, info.failed);
     line += text;
     if (info.hasSr)
@@ -207,8 +221,7 @@ void ProgressPrinter::operator()(const ProgressInfo& info, bool last)
     }
 }
 
-void PrintVerdict(FILE* pOut, const RunConfig& config, const RunResult& result, const Verdict& verdict,
-                  bool colour)
+void PrintVerdictLine(FILE* pOut, const Verdict& verdict, bool colour)
 {
     const char* pWord = verdict.pass ? "PASS" : "FAIL";
     if (colour)
@@ -219,6 +232,26 @@ void PrintVerdict(FILE* pOut, const RunConfig& config, const RunResult& result, 
     {
         fprintf(pOut, "\n%s  %s\n", pWord, verdict.headline.c_str());
     }
+}
+
+void PrintSessionLine(FILE* pOut, const RunConfig& config, const RunResult& result)
+{
+    const NodeEvents&  events = result.events;
+    const std::string stateText =
+        (result.finalState < 0) ? ErrorMeaning(result.finalState) : StateName(result.finalState);
+    fprintf(pOut, "\n  %u frames measured, %u failed, after %u dropped; node state %d (%s) after %llu frames\n",
+            events.measured, events.failed, config.params.dropFrames, result.finalState, stateText.c_str(),
+            static_cast<unsigned long long>(result.requests));
+    for (const std::string& error : events.errors)
+    {
+        fprintf(pOut, "  node error: %s\n", error.c_str());
+    }
+}
+
+void PrintVerdict(FILE* pOut, const RunConfig& config, const RunResult& result, const Verdict& verdict,
+                  bool colour)
+{
+    PrintVerdictLine(pOut, verdict, colour);
     const NodeEvents& events = result.events;
     if (events.hasSr)
     {
@@ -238,15 +271,7 @@ void PrintVerdict(FILE* pOut, const RunConfig& config, const RunResult& result, 
                    result.truth.verBlurPx);
         fprintf(pOut, "  %-11s %8.2f dB\n", "limit", config.srLimitDb);
     }
-    const std::string stateText =
-        (result.finalState < 0) ? ErrorMeaning(result.finalState) : StateName(result.finalState);
-    fprintf(pOut, "\n  %u frames measured, %u failed, after %u dropped; node state %d (%s) after %llu frames\n",
-            events.measured, events.failed, config.params.dropFrames, result.finalState, stateText.c_str(),
-            static_cast<unsigned long long>(result.requests));
-    for (const std::string& error : events.errors)
-    {
-        fprintf(pOut, "  node error: %s\n", error.c_str());
-    }
+    PrintSessionLine(pOut, config, result);
 }
 
 void PrintOutputFiles(FILE* pOut, const RunConfig& config, const RunResult& result,

@@ -49,7 +49,14 @@ private:
     size_t   m_lastWidth = 0;
 };
 
-// colour: PASS in green and FAIL in red (for a terminal).
+// "PASS  headline" or "FAIL  headline" after an empty line; colour: PASS in green and FAIL in red
+// (for a terminal).
+void PrintVerdictLine(FILE* pOut, const Verdict& verdict, bool colour);
+
+// Frames measured and failed, the node's final state and its error lines.
+void PrintSessionLine(FILE* pOut, const RunConfig& config, const RunResult& result);
+
+// The verdict line, the node's SR against the truth and the session line.
 void PrintVerdict(FILE* pOut, const RunConfig& config, const RunResult& result, const Verdict& verdict,
                   bool colour = false);
 

@@ -1,12 +1,17 @@
 // One verification session; see runsession.h.
 #include "runsession.h"
 
+#include <stdio.h>
+
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <memory>
 #include <sstream>
+#include <thread>
 
+#include "calibrationoptions.h"
 #include "chihost/emulator/nodesession.h"
 #include "framesources.h"
 #include "sim/debugimages.h"
@@ -23,6 +28,12 @@ namespace
 const char kNodeOutputFolder[]  = "/data/vendor/camera/oisverify";
 const char kPointPositionFile[] = "oisVerify_point_position.txt";
 const char kDebugImageFolder[]  = "/data/vendor/camera/ois";
+const char kCalibLogFile[]      = "oisGyroGainCalibrate.txt";
+// The node's states while it sets, settles and measures a gain target.
+constexpr int32_t kFirstTargetState = 21;
+constexpr int32_t kLastTargetState  = 23;
+// How often a taken socket name is tried again while waiting for it.
+constexpr std::chrono::milliseconds kSocketRetryInterval(100);
 // Debug images beyond the frames for a verdict, so that failed frames never make the node cycle
 // back to an image it measured already.
 constexpr uint32_t kSpareDebugImages = 8;
@@ -50,18 +61,21 @@ public:
 
 private:
     chihost::Status WriteDebugImages(chihost::DeviceRoot& root);
+    chihost::Status StartService();
+    void            CollectCalibration(const fs::path& nodeOutput);
     ProgressInfo    Progress(const chihost::RequestRecord& record) const;
     void            PairWithTruth();
     void            ReleaseRoot();
 
-    const RunConfig&                           m_config;
-    RunResult&                                 m_result;
-    NodeLogTap                                 m_tap; // before the session: it must see the node load
-    std::unique_ptr<simsource::SimFrameSource> m_simulated;
-    std::unique_ptr<StaticFrame>               m_static;
-    ReplayFrames                               m_replay;
-    std::vector<sim::FrameTruth>               m_debugTruths;
-    chihost::NodeSession                       m_session;
+    const RunConfig&                             m_config;
+    RunResult&                                   m_result;
+    NodeLogTap                                   m_tap; // before the session: it must see the node load
+    std::unique_ptr<simsource::SimFrameSource>   m_simulated;
+    std::unique_ptr<simsource::ClosedLoopModule> m_loop; // the module on the service's gains
+    std::unique_ptr<StaticFrame>                 m_static;
+    ReplayFrames                                 m_replay;
+    std::vector<sim::FrameTruth>                 m_debugTruths;
+    chihost::NodeSession                         m_session;
 };
 
 // Frames first: a folder that cannot be replayed is the user's input problem, whatever the node.
@@ -73,6 +87,10 @@ chihost::Status SessionRunner::Prepare()
     case FrameSource::Simulator: m_simulated.reset(new simsource::SimFrameSource(m_config.scenario)); break;
     case FrameSource::DebugImages: m_static.reset(new StaticFrame(m_config.layout)); break;
     case FrameSource::Replay: status = m_replay.Open(m_config.replayDir, m_config.layout); break;
+    }
+    if (m_simulated && m_config.calibration.enabled)
+    {
+        m_loop.reset(new simsource::ClosedLoopModule(*m_simulated, m_config.calibration.fuseId));
     }
     // The first request only starts the test, so measuring begins at frame 1 at the earliest.
     const AlgoParams& params = m_config.params;
@@ -139,10 +157,48 @@ chihost::Status SessionRunner::Open()
         ReleaseRoot();
         return chihost::Status::Error(message);
     }
-    m_session.SetInputProvider(m_simulated ? m_simulated->Provider()
-                               : m_static  ? m_static->Provider()
-                                           : m_replay.Provider());
+    // The service maps the persist file under the device root, which exists only from here on.
+    status = m_loop ? StartService() : chihost::Status::Ok();
+    if (!status)
+    {
+        m_session.Close();
+        ReleaseRoot();
+        return status;
+    }
+    m_session.SetInputProvider(m_loop        ? m_loop->Provider()
+                               : m_simulated ? m_simulated->Provider()
+                               : m_static    ? m_static->Provider()
+                                             : m_replay.Provider());
     return status;
+}
+
+// The socket name is the device's, one per machine: another calibration run or test may hold it
+// for a while, so wait for it before giving up.
+chihost::Status SessionRunner::StartService()
+{
+    const CalibrationConfig& calibration = m_config.calibration;
+    const std::string        socket =
+        calibration.socketName.empty() ? chihost::kCalibrationServiceSocketName : calibration.socketName;
+    const auto  deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(calibration.socketWaitMs);
+    std::string error;
+    bool        told = false;
+    while (!m_loop->Start(&error, socket))
+    {
+        if (std::chrono::steady_clock::now() >= deadline)
+        {
+            return chihost::Status::Error("cannot start the calibration service after waiting " +
+                                          std::to_string(calibration.socketWaitMs / 1000) + " s: " + error +
+                                          "; another calibration run or test holds the socket name @" + socket);
+        }
+        if (!told)
+        {
+            fprintf(stderr, "oisverify: the abstract socket @%s is taken; waiting up to %u s for it\n", socket.c_str(),
+                    calibration.socketWaitMs / 1000);
+            told = true;
+        }
+        std::this_thread::sleep_for(kSocketRetryInterval);
+    }
+    return chihost::Status::Ok();
 }
 
 ProgressInfo SessionRunner::Progress(const chihost::RequestRecord& record) const
@@ -158,12 +214,30 @@ ProgressInfo SessionRunner::Progress(const chihost::RequestRecord& record) const
     info.hasSr      = events.hasSr;
     info.horSrDb    = record.published.horSR;
     info.verSrDb    = record.published.verSR;
+    if (record.published.state >= kFirstTargetState && record.published.state <= kLastTargetState)
+    {
+        // Each target is measured afresh.
+        info.targets     = events.targets;
+        info.targetGainX = events.targetGainX;
+        info.targetGainY = events.targetGainY;
+        info.measured    = events.measured - events.measuredBeforeTarget;
+    }
+    else if (events.targets != 0 && !events.verdicts.empty())
+    {
+        // The search is over: every verdict after the first measured one gain pair.
+        info.measuredPairs = static_cast<uint32_t>(events.verdicts.size() - 1);
+    }
     return info;
 }
 
 void SessionRunner::Stream(const ProgressSink& progress)
 {
-    const uint64_t          maxRequests = MaxRequests(m_config.params);
+    double baseX = 0.0, baseY = 0.0;
+    BaseGains(m_config, &baseX, &baseY);
+    const uint64_t maxRequests =
+        m_config.calibration.enabled
+            ? MaxCalibrationRequests(m_config.params, m_config.calibration, std::min(baseX, baseY))
+            : MaxRequests(m_config.params);
     chihost::RequestRecord  record;
     while (m_result.requests < maxRequests)
     {
@@ -238,8 +312,35 @@ void SessionRunner::PairWithTruth()
     }
 }
 
+// The node's calibration log and the persist file, read before the root goes.
+void SessionRunner::CollectCalibration(const fs::path& nodeOutput)
+{
+    CalibrationArtifacts& artifacts = m_result.calibration;
+    artifacts.applied               = m_loop->Applied();
+    artifacts.reloads               = m_loop->Service().ReloadCount();
+    artifacts.calibLogText          = ReadFile((nodeOutput / kCalibLogFile).string());
+    if (!artifacts.applied.empty())
+    {
+        artifacts.hasFinalTruth = true;
+        artifacts.finalTruth =
+            m_simulated->Simulator().TrueBlurSr(artifacts.applied.back().fromFrame, m_config.params.verdictFrames);
+    }
+    const fs::path persist =
+        fs::path(m_result.rootPath) / fs::path(OISCalibrationFile::kPersistFilePath).relative_path();
+    FILE* pFile = fopen(persist.c_str(), "rb");
+    if (pFile != nullptr)
+    {
+        artifacts.persistRead = OISCalibrationFile::ReadPersistLines(pFile, &artifacts.persistLines);
+        fclose(pFile);
+    }
+}
+
 chihost::Status SessionRunner::Collect()
 {
+    if (m_loop)
+    {
+        m_loop->Stop();
+    }
     m_session.Close();
     m_tap.Drain();
     m_result.events  = m_tap.Events();
@@ -252,6 +353,10 @@ chihost::Status SessionRunner::Collect()
         m_result.frames.push_back({ measured, false, {}, false });
     }
     PairWithTruth();
+    if (m_loop)
+    {
+        CollectCalibration(nodeOutput);
+    }
     chihost::Status status = chihost::Status::Ok();
     if (!m_config.outDir.empty())
     {

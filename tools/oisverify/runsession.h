@@ -3,6 +3,8 @@
 // recorded folder until the node reaches a final state, then the node's files collected into the
 // output folder and every measured frame paired with the simulator's truth. The SR the node
 // should have found is computed from the truth of exactly the frames in its ring at the verdict.
+// A calibration session closes the loop: the calibration service runs beside the node and the
+// simulated module takes every gain pair the service accepts, from the next frame on.
 #ifndef ZELK_TOOLS_OISVERIFY_RUNSESSION_H
 #define ZELK_TOOLS_OISVERIFY_RUNSESSION_H
 
@@ -13,7 +15,9 @@
 #include <vector>
 
 #include "chihost/emulator/status.h"
+#include "closedloopmodule.h"
 #include "nodeevents.h"
+#include "oiscalibrationfile.h"
 #include "runconfig.h"
 #include "sim/simulator.h"
 
@@ -41,10 +45,29 @@ struct ProgressInfo
     bool     hasSr      = false;
     float    horSrDb    = 0.0f;
     float    verSrDb    = 0.0f;
+    uint32_t targets    = 0; // gain targets set so far by a calibration search
+    float    targetGainX = 0.0f;
+    float    targetGainY = 0.0f;
+    uint32_t measuredPairs = 0; // once a calibration search is over: the gain pairs it measured
 };
 
 // Called after every request; `last` is true once, for the request that ended the session.
 using ProgressSink = std::function<void(const ProgressInfo& info, bool last)>;
+
+// What a calibration run leaves besides the node's log: the node's calibration log, the persist
+// file as the session ended, and what the calibration service did with it.
+struct CalibrationArtifacts
+{
+    std::string                         calibLogText;
+    bool                                persistRead = false; // false: the node never wrote the file
+    std::vector<OISPersistLine>         persistLines;
+    std::vector<simsource::AppliedGain> applied; // gains the module took, in order
+    uint64_t                            reloads = 0;
+    // The simulator's SR per image axis over one measurement on the gains the module took last
+    // (after a search: the selected ones), for a check of what the node reported for them.
+    bool         hasFinalTruth = false;
+    sim::BlurSr  finalTruth;
+};
 
 struct RunResult
 {
@@ -63,6 +86,7 @@ struct RunResult
     std::string            stopReason; // why streaming stopped before a final state
     std::string            logText;    // the node's log
     std::vector<std::string> nodeFiles; // what the node wrote, copied into the output folder
+    CalibrationArtifacts     calibration;
 };
 
 // Runs the session. A failure to set it up (root, node library, node creation, frame folder,

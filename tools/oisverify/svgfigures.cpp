@@ -221,36 +221,34 @@ void DrawBadge(SvgDocument& svg, const Verdict& verdict)
     }
 }
 
-// One bar per axis on a dB scale wide enough for the limit and both SRs, in steps of 5 dB.
-void DrawSrBars(SvgDocument& svg, const RunConfig& config, const RunResult& result)
+// One bar per axis on a dB scale wide enough for the limit and every SR, in steps of 5 dB.
+void DrawSrBars(SvgDocument& svg, const RunConfig& config, const std::vector<SrBar>& bars)
 {
-    const float srs[2]    = { result.horSrDb, result.verSrDb };
-    const float truths[2] = { result.truth.horSrDb, result.truth.verSrDb };
-    double      high      = std::max(30.0, config.srLimitDb + 6.0);
-    double      low       = std::min(0.0, config.srLimitDb - 6.0);
-    for (float sr : srs)
+    double high = std::max(30.0, config.srLimitDb + 6.0);
+    double low  = std::min(0.0, config.srLimitDb - 6.0);
+    for (const SrBar& bar : bars)
     {
-        high = isfinite(sr) ? std::max(high, sr + 3.0) : high;
-        low  = isfinite(sr) ? std::min(low, sr - 3.0) : low;
+        high = isfinite(bar.srDb) ? std::max(high, bar.srDb + 3.0) : high;
+        low  = isfinite(bar.srDb) ? std::min(low, bar.srDb - 3.0) : low;
     }
     high = ceil(high / 5.0) * 5.0;
     low  = floor(low / 5.0) * 5.0;
     const LinearScale x(low, high, 130, 680);
     const auto        clamp = [&](double v) { return x(std::max(low, std::min(high, isnan(v) ? low : v))); };
-    for (int axis = 0; axis < 2; axis++)
+    for (size_t axis = 0; axis < bars.size() && axis < 2; axis++)
     {
-        const double      y    = 110 + 50 * axis;
-        const std::string name = (axis == 0) ? "horizontal" : "vertical";
-        svg.BeginGroup(name);
-        svg.Text(120, y + 19, name, 13, "end");
-        svg.Rect(x(low), y, clamp(srs[axis]) - x(low), 28, srs[axis] >= config.srLimitDb ? kPassColour : kFailedColour,
+        const SrBar& bar = bars[axis];
+        const double y   = 110 + 50.0 * axis;
+        svg.BeginGroup(bar.id);
+        svg.Text(120, y + 19, bar.name, 13, "end");
+        svg.Rect(x(low), y, clamp(bar.srDb) - x(low), 28, bar.srDb >= config.srLimitDb ? kPassColour : kFailedColour,
                  "fill-opacity=\"0.85\"");
-        svg.Text(clamp(srs[axis]) + 6, y + 19, DbText(srs[axis]), 13, "start", "font-weight=\"bold\"");
-        if (result.hasTruth)
+        svg.Text(clamp(bar.srDb) + 6, y + 19, DbText(bar.srDb), 13, "start", "font-weight=\"bold\"");
+        if (bar.hasTruth)
         {
-            svg.Line(clamp(truths[axis]), y - 4, clamp(truths[axis]), y + 32, "#1f2328", 2.5,
-                     "id=\"" + name + "-true\"");
-            svg.Text(clamp(truths[axis]), y + 43, "true " + DbText(truths[axis]), 10, "middle");
+            svg.Line(clamp(bar.trueSrDb), y - 4, clamp(bar.trueSrDb), y + 32, "#1f2328", 2.5,
+                     "id=\"" + bar.id + "-true\"");
+            svg.Text(clamp(bar.trueSrDb), y + 43, "true " + DbText(bar.trueSrDb), 10, "middle");
         }
         svg.EndGroup();
     }
@@ -291,11 +289,22 @@ std::string PositionsSvg(const RunResult& result)
 
 std::string SummarySvg(const RunConfig& config, const RunResult& result, const Verdict& verdict)
 {
-    SvgDocument svg(720, 250, verdict.pass ? "PASS" : "FAIL");
-    DrawBadge(svg, verdict);
+    std::vector<SrBar> bars;
     if (result.events.hasSr)
     {
-        DrawSrBars(svg, config, result);
+        bars.push_back({ "horizontal", "horizontal", result.horSrDb, result.hasTruth, result.truth.horSrDb });
+        bars.push_back({ "vertical", "vertical", result.verSrDb, result.hasTruth, result.truth.verSrDb });
+    }
+    return SummarySvg(config, bars, verdict);
+}
+
+std::string SummarySvg(const RunConfig& config, const std::vector<SrBar>& bars, const Verdict& verdict)
+{
+    SvgDocument svg(720, 250, verdict.pass ? "PASS" : "FAIL");
+    DrawBadge(svg, verdict);
+    if (!bars.empty())
+    {
+        DrawSrBars(svg, config, bars);
     }
     else
     {

@@ -7,6 +7,7 @@
 #define ZELK_TOOLS_OISVERIFY_SVGFIGURES_H
 
 #include <string>
+#include <vector>
 
 #include "runconfig.h"
 #include "runsession.h"
@@ -19,7 +20,20 @@ namespace oisverify
 // "<panel>-truth" and "<panel>-failed" inside.
 std::string PositionsSvg(const RunResult& result);
 
+// One bar of the summary figure: an axis's SR and, when known, the true SR marked on it.
+struct SrBar
+{
+    std::string id;   // group id, e.g. "horizontal"; the true mark is "<id>-true"
+    std::string name; // label
+    float       srDb     = 0.0f;
+    bool        hasTruth = false;
+    float       trueSrDb = 0.0f;
+};
+
+// The node's final SR per image axis against the truth.
 std::string SummarySvg(const RunConfig& config, const RunResult& result, const Verdict& verdict);
+// Any two bars (e.g. the SR of a calibration's selected gains per gyro axis); none: "no SR".
+std::string SummarySvg(const RunConfig& config, const std::vector<SrBar>& bars, const Verdict& verdict);
 
 } // namespace oisverify
 

@@ -1,8 +1,10 @@
 // Options of "oisverify run": usage errors, the test-parameter property composed from
-// --freq/--fps/--drop and the mode flags, the node's own reading of that property, the SR limit
-// and the scenario the simulator gets.
+// --freq/--fps/--drop and the mode flags, the node's own reading of that property, the SR limit,
+// the scenario the simulator gets, and what --calibrate writes for the node, the calibration
+// service and the simulated module.
 #include <gtest/gtest.h>
 
+#include "calibrationoptions.h"
 #include "runoptions.h"
 #include "runreport.h"
 
@@ -76,7 +78,37 @@ INSTANTIATE_TEST_SUITE_P(
         UsageCase{ { "--eeprom", "OISGyroGainAndSRMatch=yes" }, "32-bit unsigned value" },
         UsageCase{ { "--frobnicate" }, "unknown option '--frobnicate'" },
         UsageCase{ { "gain" }, "unexpected argument 'gain'" },
-        UsageCase{ { "--out", "a", "--out", "b" }, "given twice" }));
+        UsageCase{ { "--out", "a", "--out", "b" }, "given twice" },
+        // The gain search.
+        UsageCase{ { "--fuse-id", "M1" }, "--fuse-id belongs to the gain search; give --calibrate too" },
+        UsageCase{ { "--search", "0.05,0.2" }, "--search belongs to the gain search" },
+        UsageCase{ { "--single-axis", "x" }, "--single-axis belongs to the gain search" },
+        UsageCase{ { "--wait", "5" }, "--wait belongs to the gain search" },
+        UsageCase{ { "--service-wait", "5" }, "--service-wait belongs to the gain search" },
+        UsageCase{ { "--replay", "dir", "--swap-axes" }, "no meaning with --replay" },
+        UsageCase{ { "--calibrate", "--replay", "dir" }, "recorded frames (--replay)" },
+        UsageCase{ { "--calibrate", "--debug-images" }, "no gain moves" },
+        UsageCase{ { "--calibrate", "--prop", "vendor.debug.camera.oisAlgoPara=1:1:0:30" }, "no gain moves" },
+        UsageCase{ { "--calibrate", "--ois-off" }, "with --ois-off no gain acts" },
+        UsageCase{ { "--calibrate", "--search", "0.05" }, "--search needs STEP,LIMIT" },
+        UsageCase{ { "--calibrate", "--search", "0,0.2" }, "got '0,0.2'" },
+        UsageCase{ { "--calibrate", "--search", "0.05,1.5" }, "LIMIT from 0 to 0.9" },
+        UsageCase{ { "--calibrate", "--single-axis", "z" }, "--single-axis needs x or y" },
+        UsageCase{ { "--calibrate", "--wait", "-1" }, "--wait needs a whole number from 0 to 1000" },
+        UsageCase{ { "--calibrate", "--service-wait", "soon" }, "--service-wait needs a whole number" },
+        UsageCase{ { "--calibrate", "--fuse-id", "A,B" }, "--fuse-id needs 1 to 64 letters" },
+        UsageCase{ { "--calibrate", "--fuse-id", std::string(65, 'A') }, "--fuse-id needs 1 to 64" },
+        UsageCase{ { "--calibrate", "--search", "0.1,0.2", "--prop", "vendor.debug.camera.oisGainCalibrate=0:0:18" },
+                   "give one or the other" },
+        UsageCase{ { "--calibrate", "--fuse-id", "A", "--prop", "vendor.camera.sensor.w.fuseID=FUSE0001B" },
+                   "give one or the other" },
+        UsageCase{ { "--calibrate", "--setting", "enableOISGyroGainCalibration=TRUE" }, "leave out the --setting" },
+        UsageCase{ { "--calibrate", "--prop", "vendor.debug.camera.oisGainCalibrate=1:0:18:0.05:0.2:10" },
+                   "names camera role 1" },
+        UsageCase{ { "--calibrate", "--prop", "vendor.debug.camera.oisGainCalibrate=0:0:18" },
+                   "gain step of 0 (field 3): the node's search would never end" },
+        UsageCase{ { "--calibrate", "--prop", "vendor.debug.camera.oisGainCalibrate=0:0:18:fine:0.2" },
+                   "field 3 (gain step) is 'fine'" }));
 
 struct CompositionCase
 {
@@ -219,6 +251,74 @@ TEST(RunOptions, ScenarioAndLayoutFollowTheOptions)
     ASSERT_FALSE(config.outDir.empty());
     EXPECT_EQ(config.outDir[0], '/');
     EXPECT_NE(config.outDir.find("rel/out"), std::string::npos);
+}
+
+struct CalibrationCase
+{
+    Words       words;
+    const char* gainCalibrate; // the property the node reads its search from
+    const char* fuseIdValue;   // the module's fuse-ID property
+    const char* fuseId;        // the ID the simulated module answers to
+    uint32_t    eepromFlag;
+    bool        moduleSwapped;
+    uint32_t    singleAxis;
+    double      step, limit;
+    uint32_t    settleFrames;
+};
+
+void PrintTo(const CalibrationCase& c, std::ostream* pOut) { *pOut << c.gainCalibrate; }
+
+class CalibrationComposition : public ::testing::TestWithParam<CalibrationCase> {};
+
+// The node's search, the module's fuse ID and the axis pairing agree with the simulated module.
+TEST_P(CalibrationComposition, NodeServiceAndModuleAgree)
+{
+    const CalibrationCase& c = GetParam();
+    RunConfig              config;
+    std::string            error;
+    ASSERT_TRUE(oisverify::ParseRunWords(c.words, &config, &error)) << error;
+    const chihost::NameValueList& props = config.device.root.buildProperties;
+    EXPECT_EQ(oisverify::EffectiveProperty(props, oisverify::kGainCalibrateProperty), c.gainCalibrate);
+    EXPECT_EQ(oisverify::EffectiveProperty(props, oisverify::kFuseIdProperty), c.fuseIdValue);
+    EXPECT_EQ(oisverify::EffectiveProperty(config.device.root.overrideSettings, "enableOISGyroGainCalibration"), "TRUE");
+    const oisverify::CalibrationConfig& calibration = config.calibration;
+    EXPECT_TRUE(calibration.enabled);
+    EXPECT_EQ(calibration.fuseId, c.fuseId);
+    ASSERT_EQ(config.device.host.eepromCustomInfo.size(), 1u) << "one flag, the user's or the composed one";
+    EXPECT_EQ(config.device.host.eepromCustomInfo[0].second, c.eepromFlag);
+    EXPECT_EQ(config.scenario.ois.swapGyroAxes, c.moduleSwapped);
+    EXPECT_EQ(calibration.singleAxis, c.singleAxis);
+    EXPECT_NEAR(calibration.stepFraction, c.step, 1e-7);
+    EXPECT_NEAR(calibration.limitFraction, c.limit, 1e-7);
+    EXPECT_EQ(calibration.settleFrames, c.settleFrames);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, CalibrationComposition,
+    ::testing::Values(
+        CalibrationCase{ { "--calibrate" }, "0:0:18:0.05:0.2:10", "FUSE0009ZKSIM0001", "ZKSIM0001", 0, false, 0, 0.05,
+                         0.2, 10 },
+        CalibrationCase{ { "--calibrate", "--swap-axes", "--fuse-id", "M-1", "--search", "0.1,0.3", "--single-axis", "y",
+                           "--wait", "4", "--limit", "20" },
+                         "0:2:20:0.1:0.3:4", "FUSE0003M-1", "M-1", 1, true, 2, 0.1, 0.3, 4 },
+        // The user's property is read as the node reads it; the user's EEPROM flag stays, even wrong.
+        CalibrationCase{ { "--calibrate", "--prop", "vendor.debug.camera.oisGainCalibrate=0:1:19.5:0.02:0.1:3.7" },
+                         "0:1:19.5:0.02:0.1:3.7", "FUSE0009ZKSIM0001", "ZKSIM0001", 0, false, 1, 0.02, 0.1, 3 },
+        CalibrationCase{ { "--calibrate", "--eeprom", "OISGyroGainAndSRMatch=1" }, "0:0:18:0.05:0.2:10",
+                         "FUSE0009ZKSIM0001", "ZKSIM0001", 1, false, 0, 0.05, 0.2, 10 },
+        CalibrationCase{ { "--calibrate", "--prop", "vendor.camera.sensor.w.fuseID=FUSE0004ABCDxyz" },
+                         "0:0:18:0.05:0.2:10", "FUSE0004ABCDxyz", "ABCD", 0, false, 0, 0.05, 0.2, 10 }));
+
+TEST(RunOptions, SwapAxesWithoutCalibrationOnlyShapesTheModule)
+{
+    RunConfig   config;
+    std::string error;
+    ASSERT_TRUE(oisverify::ParseRunWords({ "--swap-axes" }, &config, &error)) << error;
+    EXPECT_TRUE(config.scenario.ois.swapGyroAxes);
+    EXPECT_FALSE(config.calibration.enabled);
+    EXPECT_TRUE(config.device.host.eepromCustomInfo.empty());
+    EXPECT_TRUE(config.device.root.overrideSettings.empty());
+    EXPECT_EQ(oisverify::EffectiveProperty(config.device.root.buildProperties, oisverify::kGainCalibrateProperty), "");
 }
 
 // The warning before a run: the discs sit 0.28 crop sides from the centre, so on a 540-pixel crop a

@@ -86,6 +86,25 @@ TEST(ProgressLine, ShowsDroppingThenMeasuringThenSr)
               std::string::npos);
 }
 
+// During a gain search the line names the target (counted from 0 as the node does) and counts its
+// own measurement; once the search is over it counts the pairs measured.
+TEST(ProgressLine, FollowsTheGainSearch)
+{
+    oisverify::ProgressInfo info = Progress(300, 12, 0, true);
+    info.state                   = 23;
+    info.targets                 = 3;
+    info.targetGainX             = 0.9f;
+    info.targetGainY             = 1.0f;
+    EXPECT_NE(oisverify::FormatProgress(info).find("verifying gain  target 2 gain 0.90,1.00  measured 12/32"),
+              std::string::npos)
+        << oisverify::FormatProgress(info);
+    info               = Progress(532, 320, 0, true);
+    info.measuredPairs = 9;
+    EXPECT_NE(oisverify::FormatProgress(info).find("verified        gain search over, 9 pairs measured"),
+              std::string::npos)
+        << oisverify::FormatProgress(info);
+}
+
 std::string Printed(bool rewrite, uint32_t every, uint64_t frames)
 {
     char*  pText = nullptr;

@@ -1,0 +1,232 @@
+// A calibration run read back without a node: the search lines of the node's log and calibration
+// log, the selection against the ideal gains, the verdict over every way a search can end, and the
+// table, figure and page section written from it.
+#include <gtest/gtest.h>
+
+#include <stdlib.h>
+
+#include "calibrationfigure.h"
+#include "calibrationreport.h"
+#include "calibrationresult.h"
+#include "clitestsupport.h"
+#include "htmlsummary.h"
+#include "runoptions.h"
+
+namespace
+{
+
+using oisverify::CalibrationOutcome;
+using oisverify::RunResult;
+
+// The node's calibration log of a search around 1.0 for a module whose ideal gains are 1.08.
+const char kCalibLog[] =
+    "Verify Done frameNum = 195 oisCalibCnt = 0 m_OISGyroGainAndSRMatch = 0 Gain[0.80, 0.80] SR[9.89, 9.85] Blur[46.68, 47.09]\n"
+    "Verify Done frameNum = 238 oisCalibCnt = 1 m_OISGyroGainAndSRMatch = 0 Gain[0.90, 0.90] SR[11.77, 11.79] Blur[30.29, 30.17]\n"
+    "not a record\n"
+    "Verify Done frameNum = 281 oisCalibCnt = 2 m_OISGyroGainAndSRMatch = 0 Gain[1.05, 1.05] SR[18.97, 19.20] Blur[5.77, 5.47]\n"
+    "Verify Done frameNum = 324 oisCalibCnt = 3 m_OISGyroGainAndSRMatch = 0 Gain[1.10, 1.10] SR[20.84, 20.79] Blur[3.76, 3.80]\n"
+    "Verify Done frameNum = 367 oisCalibCnt = 4 m_OISGyroGainAndSRMatch = 0 Gain[1.20, 1.20] SR[13.50, 13.50] Blur[20.32, 20.33]\n";
+
+oisverify::RunConfig CalibrationConfig(const std::vector<std::string>& extra = {})
+{
+    std::vector<std::string> words = { "--calibrate", "--ideal-gain", "1.08" };
+    words.insert(words.end(), extra.begin(), extra.end());
+    oisverify::RunConfig config;
+    std::string          error;
+    EXPECT_TRUE(oisverify::ParseRunWords(words, &config, &error)) << error;
+    return config;
+}
+
+// The record a calibration writes, with the CRC the persist file's own function gives it.
+OISPersistLine PersistRecord(const std::string& fuseId, const char* pGainX, const char* pGainY)
+{
+    OISPersistLine line;
+    line.columnCount = OISCalibrationFile::kColumnCount;
+    line.record      = { "1", fuseId, pGainX, pGainY, 0 };
+    line.record.crc  = OISCalibrationFile::GetCrc(&line.record);
+    return line;
+}
+
+// A search that ended in state 4 with 1.10 selected on both axes and written to the persist file.
+RunResult SearchedResult()
+{
+    RunResult result;
+    result.finished   = true;
+    result.finalState = 4;
+    for (const char* pLine : { "Blur is valid [horSR, verSR] = [15.24, 15.20] [horBlur,verBlur] = [13.80, 13.90] "
+                               "m_execAlgoFrameNum = 32 verify duration time = 516 ms",
+                               "Set gain target oisCalibCnt = 0 gainXTarget = 0.80 gainYTarget = 0.80",
+                               "select Gain write to persist, vertorSize = 5 Gain[1.10, 1.10]  SR[20.84, 20.79]" })
+    {
+        oisverify::NoteLogLine('I', pLine, &result.events);
+    }
+    result.calibration.calibLogText = kCalibLog;
+    result.calibration.persistRead  = true;
+    result.calibration.persistLines = { PersistRecord("ZKSIM0001", "1.100000", "1.100000") };
+    return result;
+}
+
+TEST(CalibrationLog, SearchLinesBecomeRecordsAndEvents)
+{
+    const std::vector<oisverify::SearchRecord> records = oisverify::ParseCalibrationLog(kCalibLog);
+    ASSERT_EQ(records.size(), 5u);
+    EXPECT_EQ(records[2].frameNum, 281);
+    EXPECT_EQ(records[2].index, 2);
+    EXPECT_FLOAT_EQ(records[2].gainY, 1.05f);
+    EXPECT_FLOAT_EQ(records[2].srYDb, 19.20f);
+    EXPECT_FLOAT_EQ(records[2].verBlurPx, 5.47f);
+
+    const RunResult result = SearchedResult();
+    ASSERT_EQ(result.events.verdicts.size(), 1u);
+    EXPECT_FLOAT_EQ(result.events.verdicts[0].verSrDb, 15.20f);
+    EXPECT_EQ(result.events.targets, 1u);
+    ASSERT_TRUE(result.events.hasSelection) << "the node's line has two spaces before SR";
+    EXPECT_EQ(result.events.selection.records, 5);
+    EXPECT_FLOAT_EQ(result.events.selection.srYDb, 20.79f);
+}
+
+TEST(CalibrationOutcome, SelectionIsPlacedAgainstTheTriedAndIdealGains)
+{
+    const CalibrationOutcome outcome = oisverify::ReadCalibrationOutcome(CalibrationConfig(), SearchedResult());
+    EXPECT_FALSE(outcome.initialPass);
+    EXPECT_TRUE(outcome.searched);
+    EXPECT_EQ(outcome.selectedX, 3);
+    EXPECT_EQ(outcome.selectedY, 3);
+    ASSERT_TRUE(outcome.hasNearest);
+    EXPECT_FLOAT_EQ(static_cast<float>(outcome.nearestX), 1.10f);
+    EXPECT_EQ(outcome.persistLine, 0);
+
+    const std::string table = oisverify::SearchTableText(outcome);
+    EXPECT_EQ(clitest::CountOf(table, "*"), 2u) << table;
+    EXPECT_NE(table.find("1.10    20.84 dB*   20.79 dB*"), std::string::npos) << table;
+}
+
+TEST(CalibrationOutcome, NearestTriedGainPerAxis)
+{
+    const auto records = oisverify::ParseCalibrationLog(kCalibLog);
+    const struct
+    {
+        double ideal, nearest;
+    } cases[] = { { 1.08, 1.10 }, { 0.87, 0.90 }, { 0.5, 0.80 }, { 1.6, 1.20 }, { 1.00, 1.05 } };
+    for (const auto& c : cases)
+    {
+        double nearest = 0.0;
+        ASSERT_TRUE(oisverify::NearestTriedGain(records, true, c.ideal, &nearest));
+        EXPECT_FLOAT_EQ(static_cast<float>(nearest), static_cast<float>(c.nearest)) << c.ideal;
+    }
+    double none = 0.0;
+    EXPECT_FALSE(oisverify::NearestTriedGain({}, false, 1.0, &none));
+}
+
+struct VerdictCase
+{
+    const char* name;
+    void (*alter)(RunResult* pResult);
+    std::vector<std::string> extraWords;
+    bool        pass;
+    const char* expected; // part of the headline
+};
+
+void PrintTo(const VerdictCase& c, std::ostream* pOut) { *pOut << c.name; }
+
+class CalibrationVerdict : public ::testing::TestWithParam<VerdictCase> {};
+
+TEST_P(CalibrationVerdict, JudgesTheSelectedGainsAndTheirRecord)
+{
+    const VerdictCase&         c      = GetParam();
+    const oisverify::RunConfig config = CalibrationConfig(c.extraWords);
+    RunResult                  result = SearchedResult();
+    c.alter(&result);
+    const CalibrationOutcome outcome = oisverify::ReadCalibrationOutcome(config, result);
+    const oisverify::Verdict verdict = oisverify::DecideCalibrationVerdict(config, result, outcome);
+    EXPECT_EQ(verdict.pass, c.pass) << verdict.headline;
+    EXPECT_NE(verdict.headline.find(c.expected), std::string::npos) << verdict.headline;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, CalibrationVerdict,
+    ::testing::Values(
+        VerdictCase{ "selected", [](RunResult*) {}, {}, true, "on both gyro axes with the selected gains 1.10, 1.10" },
+        VerdictCase{ "no search",
+                     [](RunResult* r) {
+                         *r = RunResult();
+                         r->finished = true;
+                         r->finalState = 4;
+                         oisverify::NoteLogLine('I', "Blur is valid [horSR, verSR] = [24.79, 23.77] [horBlur,verBlur] "
+                                                     "= [1.51, 1.91]", &r->events);
+                     },
+                     {}, true, "at the base gains: no search needed" },
+        VerdictCase{ "below the limit", [](RunResult*) {}, { "--limit", "20.8" }, false,
+                     "gyro Y SR with the selected gain 1.10 is 20.79 dB, below the limit of 20.80 dB" },
+        VerdictCase{ "bad crc", [](RunResult* r) { r->calibration.persistLines[0].record.crc ^= 1; }, {}, false,
+                     "has a bad CRC" },
+        VerdictCase{ "other gains", [](RunResult* r) {
+                         r->calibration.persistLines[0] = PersistRecord("ZKSIM0001", "1.050000", "1.100000"); },
+                     {}, false, "does not hold the selected gains 1.10, 1.10" },
+        VerdictCase{ "other module", [](RunResult* r) {
+                         r->calibration.persistLines[0] = PersistRecord("OTHER", "1.100000", "1.100000"); },
+                     {}, false, "holds no record of fuse ID \"ZKSIM0001\"" },
+        VerdictCase{ "held axis", [](RunResult* r) { r->finalState = -21; }, { "--single-axis", "x" }, false,
+                     "the OIS service did not apply a gyro gain (with one axis held the search ends only" },
+        VerdictCase{ "unfinished", [](RunResult* r) { r->finished = false; r->finalState = 23; }, {}, false,
+                     "the node did not finish: still verifying gain" }));
+
+TEST(CalibrationFigure, EveryTriedGainWithLimitIdealAndSelection)
+{
+    const oisverify::RunConfig config  = CalibrationConfig();
+    const CalibrationOutcome   outcome = oisverify::ReadCalibrationOutcome(config, SearchedResult());
+    const std::string          svg     = oisverify::CalibrationSvg(config, outcome);
+    EXPECT_EQ(clitest::CheckMarkup(svg), "");
+    for (const std::string panel : { "gyro-x", "gyro-y" })
+    {
+        const size_t      tried    = svg.find("<g id=\"" + panel + "-tried\">");
+        const size_t      selected = svg.find("<g id=\"" + panel + "-selected\">");
+        ASSERT_NE(tried, std::string::npos) << panel;
+        ASSERT_NE(selected, std::string::npos) << panel;
+        const std::string triedText    = svg.substr(tried, svg.find("</g>", tried) - tried);
+        const std::string selectedText = svg.substr(selected, svg.find("</g>", selected) - selected);
+        EXPECT_EQ(clitest::CountOf(triedText, "<circle"), 5u) << panel;
+        EXPECT_EQ(clitest::CountOf(svg, "id=\"" + panel + "-limit\""), 1u);
+        EXPECT_EQ(clitest::CountOf(svg, "id=\"" + panel + "-ideal\""), 1u);
+        // The ring sits on the fourth tried point, the 1.10 of the search (points are in gain order).
+        const auto centre = [](const std::string& text, size_t from) {
+            const size_t cx = text.find("cx=", from);
+            return text.substr(cx, text.find(" r=", cx) - cx);
+        };
+        size_t at = 0;
+        for (int i = 0; i < 4; i++)
+        {
+            at = triedText.find("<circle", at + 1);
+        }
+        EXPECT_EQ(centre(triedText, at), centre(selectedText, 0)) << panel;
+        EXPECT_NE(selectedText.find("selected 1.10"), std::string::npos);
+    }
+    const std::string empty = oisverify::CalibrationSvg(config, CalibrationOutcome());
+    EXPECT_EQ(clitest::CheckMarkup(empty), "");
+    EXPECT_NE(empty.find("The node measured no gain pairs."), std::string::npos);
+}
+
+// The page stays well formed whatever the persist file holds; its fields are shown escaped.
+TEST(CalibrationPage, SectionTakesThePlaceOfTheSrTable)
+{
+    const oisverify::RunConfig config =
+        CalibrationConfig({ "--prop", "vendor.camera.sensor.w.fuseID=FUSE0006<A&B>\x01" });
+    RunResult result = SearchedResult();
+    result.calibration.persistLines.insert(result.calibration.persistLines.begin(),
+                                           PersistRecord("ZKSIM0001", "1.0", "1.0"));
+    result.calibration.persistLines.push_back(PersistRecord("<A&B>\x01", "1.100000", "1.100000"));
+    const CalibrationOutcome outcome = oisverify::ReadCalibrationOutcome(config, result);
+    const std::string        section =
+        oisverify::CalibrationSectionHtml(config, result, outcome, oisverify::CalibrationSvg(config, outcome));
+    oisverify::Verdict verdict;
+    verdict.pass = true;
+    const std::string html = oisverify::SummaryHtml(config, result, verdict, "<svg></svg>", "<svg></svg>",
+                                                    { "calibration.svg" }, section);
+    EXPECT_EQ(clitest::CheckMarkup(html), "");
+    EXPECT_EQ(html.find("<h2>Suppression ratio</h2>"), std::string::npos);
+    EXPECT_EQ(clitest::CountOf(html, "<td class=\"good\">"), 4u + 2u) << "gains and SR of the selection, both SRs";
+    EXPECT_NE(html.find("line 3  ok   fuse id &quot;&lt;A&amp;B&gt;\\x01&quot;"), std::string::npos) << html;
+    EXPECT_NE(html.find("gyro X 0.80 to 1.20 in steps of 0.05 (9 targets)"), std::string::npos);
+}
+
+} // namespace
