@@ -23,13 +23,21 @@ cmake --build "$BUILD_DIR"
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 
+# Absolute paths throughout: the node targets make their device root the working directory.
+build=$(readlink -f "$BUILD_DIR")
+corpus=$(readlink -f fuzz/corpus)
+
 # target name -> seed folder under fuzz/corpus
 run_target() {
   local target=$1 seeds=$2
   mkdir -p "$scratch/$target"
   echo "fuzz: $target for ${SECONDS_PER_TARGET}s"
-  "$BUILD_DIR/$target" -max_total_time="$SECONDS_PER_TARGET" -max_len=4096 -timeout=10 \
-    -print_final_stats=1 -artifact_prefix="$BUILD_DIR/" "$scratch/$target" "fuzz/corpus/$seeds"
+  # The node targets' device roots go to the scratch folder too, so a crashed run leaves none.
+  TMPDIR="$scratch" "$build/$target" -max_total_time="$SECONDS_PER_TARGET" -max_len=4096 -timeout=10 \
+    -print_final_stats=1 -artifact_prefix="$build/" "$scratch/$target" "$corpus/$seeds"
 }
 
 run_target persistparser_fuzz persist
+run_target nodeproperties_fuzz nodeproperties
+run_target noderecords_fuzz noderecords
+run_target nodeimages_fuzz nodeimages

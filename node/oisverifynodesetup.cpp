@@ -48,6 +48,10 @@ const INT32  DefaultTargetFps         = 60;
 const INT32  FastFrameRate            = 60;
 const DOUBLE FastRateDivisor          = 45.0;
 const DOUBLE SlowRateDivisor          = 25.0;
+// Most results a ring buffer may hold (72 bytes each): far above any test (two periods of a 1 Hz
+// shake at 960 fps are 1921 frames), yet a rate or frequency typed wrong in the test parameters
+// cannot make the camera process allocate gigabytes. A larger ring is refused like an empty one.
+const UINT32 MaxRingBufferFrames      = 65536;
 
 // Splits at every ':'; empty fields between colons are kept, an empty tail is dropped.
 std::vector<std::string> SplitFields(const CHAR* pText)
@@ -413,9 +417,9 @@ void ChiOisVerifyNode::InitializeAlgoResultBuffer()
     m_BufferSize      = m_minFrameCount;
     m_algoResultCount = 0;
     m_isBufferWrapped = 0;
-    if (0 == m_BufferSize)
+    if ((0 == m_BufferSize) || (m_BufferSize > MaxRingBufferFrames))
     {
-        OIS_LOG_ERROR("Initialzie m_algoResultBuffer failed, bufferSize = %d", 0);
+        OIS_LOG_ERROR("Initialzie m_algoResultBuffer failed, bufferSize = %d", m_BufferSize);
         return;
     }
     m_algoResultBuffer.resize(m_BufferSize, OISAlgoResult());

@@ -163,6 +163,21 @@ TEST_F(NodeSetupTest, EmptyFieldIsAConversionFailureThatEndsTheProcess)
     EXPECT_DEATH([this]() noexcept { m_harness.Create(); }(), "invalid_argument");
 }
 
+TEST_F(NodeSetupTest, RingBufferLargerThanAnyTestIsRefusedLikeAnEmptyOne)
+{
+    Open({ { { kAlgoParaProperty, "1:0:0:0:1:100000" } }, {}, {}, "" });
+    CreateNode();
+    EXPECT_TRUE(m_log.HasChiLine('E', "Initialzie m_algoResultBuffer failed, bufferSize = 200001"));
+}
+
+TEST_F(NodeSetupTest, LargeButPlausibleRingBufferIsKept)
+{
+    Open({ { { kAlgoParaProperty, "1:0:0:0:1:30000" } }, {}, {}, "" });
+    CreateNode();
+    EXPECT_TRUE(m_log.HasChiLine('I', "Initialzie ringbuffer size = 60001"));
+    EXPECT_TRUE(m_log.ChiLinesStartingWith("Initialzie m_algoResultBuffer failed").empty());
+}
+
 TEST_F(NodeSetupTest, NodePropertyWithBit11AsksForDelayedProcessingNotification)
 {
     Open();
