@@ -35,32 +35,6 @@ constexpr double kMinGainSpan = 0.1;
 constexpr double kMinSrSpanDb = 6.0;
 constexpr double kLabelHeadroom = 0.12; // of the SR span
 
-struct Span
-{
-    double low  = INFINITY;
-    double high = -INFINITY;
-    void   Add(double value)
-    {
-        if (isfinite(value))
-        {
-            low  = std::min(low, value);
-            high = std::max(high, value);
-        }
-    }
-    // Widened to at least minSpan and padded by a tenth on each side.
-    void Settle(double minSpan)
-    {
-        if (!(high >= low))
-        {
-            low  = 0.0;
-            high = 1.0;
-        }
-        const double centre = 0.5 * (low + high);
-        const double half   = 0.5 * std::max(high - low, minSpan) * 1.2;
-        low                 = centre - half;
-        high                = centre + half;
-    }
-};
 
 // The tried (gain, SR) points of one gyro axis, in gain order.
 std::vector<std::pair<double, double>> AxisPoints(const CalibrationOutcome& outcome, bool yAxis)
@@ -84,7 +58,7 @@ struct Plot
     double      left, top, right, bottom;
 };
 
-Plot DrawFrame(SvgDocument& svg, const Span& gains, const Span& srs, double left, const std::string& title)
+Plot DrawFrame(SvgDocument& svg, const AxisSpan& gains, const AxisSpan& srs, double left, const std::string& title)
 {
     const double top = kHeaderHeight;
     Plot p{ LinearScale(gains.low, gains.high, left + kPlotLeft, left + kPanelWidth - kPlotRight),
@@ -107,7 +81,7 @@ Plot DrawFrame(SvgDocument& svg, const Span& gains, const Span& srs, double left
 }
 
 // The SR of every tried gain as dots joined in gain order; SRs off the scale sit on its edge.
-void DrawTried(SvgDocument& svg, const Plot& p, const Span& srs, const std::vector<std::pair<double, double>>& points,
+void DrawTried(SvgDocument& svg, const Plot& p, const AxisSpan& srs, const std::vector<std::pair<double, double>>& points,
                const std::string& id)
 {
     std::vector<std::pair<double, double>> line;
@@ -131,7 +105,7 @@ void DrawAxis(SvgDocument& svg, const RunConfig& config, const CalibrationOutcom
     const std::string id     = yAxis ? "gyro-y" : "gyro-x";
     const double      ideal  = yAxis ? outcome.idealY : outcome.idealX;
     const auto        points = AxisPoints(outcome, yAxis);
-    Span              gains, srs;
+    AxisSpan              gains, srs;
     gains.Add(ideal);
     srs.Add(config.srLimitDb);
     for (const auto& point : points)

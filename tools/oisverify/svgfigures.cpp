@@ -40,29 +40,6 @@ double Coordinate(const sim::FourCentres& centres, int circle, bool yAxis)
     return yAxis ? points[circle]->y : points[circle]->x;
 }
 
-struct Range
-{
-    double low  = INFINITY;
-    double high = -INFINITY;
-    void   Add(double value)
-    {
-        low  = std::min(low, value);
-        high = std::max(high, value);
-    }
-    // Widened to at least minSpan and padded by a tenth on each side.
-    void Settle(double minSpan)
-    {
-        if (!(high >= low))
-        {
-            low  = 0.0;
-            high = 1.0;
-        }
-        const double centre = 0.5 * (low + high);
-        const double half   = 0.5 * std::max(high - low, minSpan) * 1.2;
-        low                 = centre - half;
-        high                = centre + half;
-    }
-};
 
 struct Panel
 {
@@ -71,7 +48,7 @@ struct Panel
     double      left, top, right, bottom; // plot area
 };
 
-Panel PanelFrame(SvgDocument& svg, const Range& frames, const Range& values, double left, double top,
+Panel PanelFrame(SvgDocument& svg, const AxisSpan& frames, const AxisSpan& values, double left, double top,
                  const std::string& title)
 {
     Panel p{ LinearScale(frames.low, frames.high, left + kPlotLeft, left + kPanelWidth - kPlotRight),
@@ -93,9 +70,9 @@ Panel PanelFrame(SvgDocument& svg, const Range& frames, const Range& values, dou
     return p;
 }
 
-Range ValueRange(const RunResult& result, int circle, bool yAxis, Range* pFrames)
+AxisSpan ValueRange(const RunResult& result, int circle, bool yAxis, AxisSpan* pFrames)
 {
-    Range values;
+    AxisSpan values;
     for (const RunFrame& frame : result.frames)
     {
         pFrames->Add(frame.measured.frameNum);
@@ -151,8 +128,8 @@ void DrawSeries(SvgDocument& svg, const RunResult& result, const Panel& p, int c
 
 void DrawPanel(SvgDocument& svg, const RunResult& result, int circle, bool yAxis, double left, double top)
 {
-    Range             frames;
-    const Range       values = ValueRange(result, circle, yAxis, &frames);
+    AxisSpan             frames;
+    const AxisSpan       values = ValueRange(result, circle, yAxis, &frames);
     const std::string id     = std::string(kCircleNames[circle]) + (yAxis ? "-y" : "-x");
     svg.BeginGroup(id);
     const Panel p = PanelFrame(svg, frames, values, left, top,

@@ -1,6 +1,9 @@
 // The SVG writer; see svgwriter.h.
 #include "svgwriter.h"
 
+#include <algorithm>
+#include <cmath>
+
 #include <math.h>
 #include <stdio.h>
 
@@ -182,6 +185,28 @@ std::string SvgDocument::Finish()
         EndGroup();
     }
     return m_header + m_body + "</svg>\n";
+}
+
+void AxisSpan::Add(double value)
+{
+    if (std::isfinite(value))
+    {
+        low  = std::min(low, value);
+        high = std::max(high, value);
+    }
+}
+
+void AxisSpan::Settle(double minSpan)
+{
+    if (!(high >= low))
+    {
+        low  = 0.0;
+        high = 1.0;
+    }
+    const double centre = 0.5 * (low + high);
+    const double half   = 0.5 * std::max(high - low, minSpan) * 1.2;
+    low                 = centre - half;
+    high                = centre + half;
 }
 
 } // namespace oisverify

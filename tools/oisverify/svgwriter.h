@@ -4,6 +4,7 @@
 #ifndef ZELK_TOOLS_OISVERIFY_SVGWRITER_H
 #define ZELK_TOOLS_OISVERIFY_SVGWRITER_H
 
+#include <limits>
 #include <string>
 #include <utility>
 #include <vector>
@@ -17,6 +18,16 @@ std::string XmlEscape(const std::string& text);
 // Round tick positions (1, 2 or 5 times a power of ten apart) covering [low, high] with about
 // `count` ticks; empty for an empty or non-finite range.
 std::vector<double> NiceTicks(double low, double high, int count);
+
+// The interval a figure axis shows: the finite values added, then widened to a minimum span and
+// padded by a tenth on each side (0..1 when nothing finite was added).
+struct AxisSpan
+{
+    double low  = std::numeric_limits<double>::infinity();
+    double high = -std::numeric_limits<double>::infinity();
+    void   Add(double value);
+    void   Settle(double minSpan);
+};
 
 // Maps a data interval onto a pixel interval (either may be reversed, e.g. y growing upwards).
 class LinearScale
