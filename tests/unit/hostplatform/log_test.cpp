@@ -127,7 +127,8 @@ std::string ChildStderr(const char* pQuietValue)
     char    self[4096];
     ssize_t length = readlink("/proc/self/exe", self, sizeof(self) - 1);
     self[(length > 0) ? length : 0] = '\0';
-    std::string command = std::string("CHIHOST_LOG_QUIET=") + pQuietValue + " LOG_TEST_CHILD=1 '" + self +
+    std::string command = std::string("CHIHOST_LOG_QUIET=") + pQuietValue + " LOG_TEST_CHILD=1 " +
+                          TEST_PROGRAM_LAUNCHER + " '" + self +
                           "' --gtest_filter=ChiLog.QuietEnvironmentAtLoadTurnsEchoOff 2>&1 >/dev/null";
     FILE*       pPipe = popen(command.c_str(), "r");
     std::string text;
