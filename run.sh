@@ -61,6 +61,26 @@ install_missing() {
   fi
 }
 
+# run_ctest ARGS...: ctest with its output shown, adding its counts to the totals printed at the
+# end of a test run.
+TESTS_PASSED=0
+TESTS_FAILED=0
+run_ctest() {
+  local log rc counts
+  log=$(mktemp)
+  set +e
+  ctest "$@" 2>&1 | tee "$log"
+  rc=${PIPESTATUS[0]}
+  set -e
+  counts=$(sed -n 's/.*tests passed, \([0-9]*\) tests\{0,1\} failed out of \([0-9]*\).*/\1 \2/p' "$log" | tail -1)
+  rm -f "$log"
+  if [ -n "$counts" ]; then
+    TESTS_FAILED=$((TESTS_FAILED + ${counts% *}))
+    TESTS_PASSED=$((TESTS_PASSED + ${counts#* } - ${counts% *}))
+  fi
+  return "$rc"
+}
+
 # configure_and_build DIR [TARGET] [CMAKE OPTIONS...]
 configure_and_build() {
   local dir=$1 target=${2:-all}
@@ -78,7 +98,7 @@ run_thread_sanitizer_tests() {
   local dir="$BUILD_DIR-tsan"
   configure_and_build "$dir" zelk_concurrency_tests -DZELK_SANITIZE=thread
   TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" \
-    ctest --test-dir "$dir" --output-on-failure --no-tests=error -j "$JOBS" -R _concurrency_
+    run_ctest --test-dir "$dir" --output-on-failure --no-tests=error -j "$JOBS" -R _concurrency_
 }
 
 # The whole suite again with AddressSanitizer and UndefinedBehaviorSanitizer.
@@ -86,7 +106,7 @@ run_address_sanitizer_tests() {
   local dir="$BUILD_DIR-asan"
   configure_and_build "$dir" all -DZELK_SANITIZE=address
   ASAN_OPTIONS="detect_leaks=1" UBSAN_OPTIONS="print_stacktrace=1" \
-    ctest --test-dir "$dir" --output-on-failure --no-tests=error -j "$JOBS"
+    run_ctest --test-dir "$dir" --output-on-failure --no-tests=error -j "$JOBS"
 }
 
 # The devices' architecture: the node, calibration, measurement library, simulator and host kit
@@ -100,7 +120,7 @@ run_aarch64_tests() {
   configure_and_build "$dir" tests/all \
     -DCMAKE_TOOLCHAIN_FILE=cmake/toolchains/aarch64-linux-gnu.cmake \
     "-DZELK_EXCLUDE_TEST_DIRS=unit/oisverify;cli;integration/calibration"
-  ctest --test-dir "$dir" --output-on-failure --no-tests=error -j "$JOBS" \
+  run_ctest --test-dir "$dir" --output-on-failure --no-tests=error -j "$JOBS" \
     -E '^calibration_loop_integration[.]'
 }
 
@@ -119,11 +139,12 @@ case "${1:-}" in
   test)
     install_missing "${PACKAGES[@]}" "${FUZZ_PACKAGES[@]}" "${AARCH64_PACKAGES[@]}"
     configure_and_build "$BUILD_DIR"
-    ctest --test-dir "$BUILD_DIR" --output-on-failure --no-tests=error -j "$JOBS"
+    run_ctest --test-dir "$BUILD_DIR" --output-on-failure --no-tests=error -j "$JOBS"
     run_thread_sanitizer_tests
     run_address_sanitizer_tests
     run_aarch64_tests
     run_fuzz_targets
+    echo "tests: $TESTS_PASSED passed, $TESTS_FAILED failed"
     ;;
   fuzz)
     install_missing "${PACKAGES[@]}" "${FUZZ_PACKAGES[@]}"
