@@ -209,13 +209,13 @@ std::vector<OptionSpec> RunOptionSpecs()
         { "out", true, false, "DIR", "output folder (default ./oisverify-out)" },
         { "progress-every", true, false, "N", "without a terminal, print progress every N frames (0: never)" },
     };
-    for (const OptionSpec& spec : CalibrationOptionSpecs())
+    for (const OptionSpec& option : CalibrationOptionSpecs())
     {
-        specs.push_back(spec);
+        specs.push_back(option);
     }
-    for (const OptionSpec& spec : DeviceOptionSpecs())
+    for (const OptionSpec& option : DeviceOptionSpecs())
     {
-        specs.push_back(spec);
+        specs.push_back(option);
     }
     return specs;
 }
