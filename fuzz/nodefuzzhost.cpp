@@ -230,8 +230,8 @@ void DestroyNode(CHIHANDLE hNode)
     }
 }
 
-CDKResult SubmitRequest(CHIHANDLE hNode, UINT64 frameNum, bool writeState, INT32 state,
-                        std::vector<CHINODEBUFFERHANDLE>* pInputs)
+void SubmitRequest(const char* pTarget, CHIHANDLE hNode, UINT64 frameNum, bool writeState, INT32 state,
+                   std::vector<CHINODEBUFFERHANDLE>* pInputs)
 {
     NoteFrame(frameNum);
     if (writeState)
@@ -250,7 +250,10 @@ CDKResult SubmitRequest(CHIHANDLE hNode, UINT64 frameNum, bool writeState, INT32
         request.inputNum      = static_cast<UINT32>(pInputs->size());
         request.phInputBuffer = pInputs->data();
     }
-    return Callbacks().pProcessRequest(&request);
+    if (Callbacks().pProcessRequest(&request) != CDKResultSuccess)
+    {
+        Fail(pTarget, "a full request record was refused");
+    }
 }
 
 void NoteFrame(UINT64 frameNum)

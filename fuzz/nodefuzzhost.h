@@ -68,9 +68,10 @@ CHIHANDLE CreateNode(CDKResult* pResult);
 void DestroyNode(CHIHANDLE hNode);
 
 // One request: the app's state setting for frameNum (when writeState), then the process-request
-// callback with the given inputs. The frame's metadata is forgotten by EndInput.
-CDKResult SubmitRequest(CHIHANDLE hNode, UINT64 frameNum, bool writeState, INT32 state,
-                        std::vector<CHINODEBUFFERHANDLE>* pInputs);
+// callback with the given inputs. A full-size request record is never refused: if the node does,
+// the run fails under pTarget's name. The frame's metadata is forgotten by EndInput.
+void SubmitRequest(const char* pTarget, CHIHANDLE hNode, UINT64 frameNum, bool writeState, INT32 state,
+                   std::vector<CHINODEBUFFERHANDLE>* pInputs);
 // Remembers a frame number whose request metadata EndInput must drop.
 void NoteFrame(UINT64 frameNum);
 

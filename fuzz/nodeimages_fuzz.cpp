@@ -40,14 +40,6 @@ std::string AlgoParameters(uint8_t flags)
     return text;
 }
 
-void Submit(CHIHANDLE hNode, UINT64 frameNum, bool writeState, INT32 state, std::vector<CHINODEBUFFERHANDLE>* pInputs)
-{
-    if (zelkfuzz::SubmitRequest(hNode, frameNum, writeState, state, pInputs) != CDKResultSuccess)
-    {
-        zelkfuzz::Fail(kTarget, "a full request record was refused");
-    }
-}
-
 } // namespace
 
 extern "C" int LLVMFuzzerInitialize(int* pArgc, char*** pArgv)
@@ -76,14 +68,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t size)
         zelkfuzz::Fail(kTarget, "the node was not created with valid parameters");
     }
 
-    Submit(hNode, 0, true, kStartState, nullptr);
+    zelkfuzz::SubmitRequest(kTarget, hNode, 0, true, kStartState, nullptr);
     for (uint32_t i = 0; i < requests; i++)
     {
         const bool writeState = (reader.U8() & 7) != 7;
         std::vector<std::unique_ptr<zelkfuzz::FuzzImageList>> lists =
             zelkfuzz::ReadImageLists(reader, kMaxListsPerRequest, kMaxPlaneBytes);
         std::vector<CHINODEBUFFERHANDLE> inputs = zelkfuzz::Handles(lists);
-        Submit(hNode, 1 + i, writeState, kVerifyingState, &inputs);
+        zelkfuzz::SubmitRequest(kTarget, hNode, 1 + i, writeState, kVerifyingState, &inputs);
     }
 
     zelkfuzz::DestroyNode(hNode);

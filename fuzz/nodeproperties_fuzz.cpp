@@ -183,11 +183,8 @@ void RunRequests(CHIHANDLE hNode)
     std::vector<CHINODEBUFFERHANDLE> inputs = { frame.Handle() };
     for (UINT64 frameNum = 0; frameNum <= kVerifyRequests; frameNum++)
     {
-        if (zelkfuzz::SubmitRequest(hNode, frameNum, true, (frameNum == 0) ? kStartState : kVerifyingState, &inputs) !=
-            CDKResultSuccess)
-        {
-            zelkfuzz::Fail(kTarget, "a full request record was refused");
-        }
+        zelkfuzz::SubmitRequest(kTarget, hNode, frameNum, true, (frameNum == 0) ? kStartState : kVerifyingState,
+                                &inputs);
     }
 }
 

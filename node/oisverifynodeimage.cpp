@@ -146,7 +146,8 @@ void ChiOisVerifyNode::DumpInputCrop(const CHIIMAGELIST* pBuffer, UINT32 imageIn
 void ChiOisVerifyNode::DumpDebugYUV(const UINT8* pCrop)
 {
     FILE* pFile = ChiNodeUtils::FOpen(DevicePath(DebugCropFile).Get(), "wb");
-    const SIZE_T lumaBytes = static_cast<SIZE_T>(m_cropLength > 0 ? m_cropLength : 0) * (m_cropLength > 0 ? m_cropLength : 0);
+    const SIZE_T side      = (m_cropLength > 0) ? static_cast<SIZE_T>(m_cropLength) : 0;
+    const SIZE_T lumaBytes = side * side;
     const SIZE_T size      = static_cast<SIZE_T>(3.0f * static_cast<FLOAT>(lumaBytes) / 2.0f);
     UINT8*       pImage    = static_cast<UINT8*>(malloc((size > 0) ? size : 1));
     if (NULL == pImage)
