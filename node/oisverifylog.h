@@ -1,7 +1,9 @@
 // Logging of the node. Every line belongs to the "[ChiNode]" group (bit 0x800 of the host's
 // per-level enable masks); a disabled line is never formatted. An enabled line goes first to the
 // Android log (tag "OisVerify") when the host's system-log switch is 1, then to the host's CHI log.
-// The function name is the one of the operation that logs, the file name its base name.
+// The function name printed is that of the operation that logs, the file name its base name. A
+// private helper that logs on behalf of an operation names that operation with the *_IN macros
+// (OIS_LOG_ERROR_IN("Initialize", ...)), so tools that grep by operation find every line of it.
 #ifndef ZELK_NODE_OISVERIFYLOG_H
 #define ZELK_NODE_OISVERIFYLOG_H
 
@@ -29,7 +31,7 @@ static inline const char* OisLogBaseName(const char* pPath)
 }
 #endif
 
-#define OIS_LOG(levelIndex, levelText, letter, priority, fmt, ...)                                 \
+#define OIS_LOG_AS(func, levelIndex, levelText, letter, priority, fmt, ...)                        \
     do                                                                                             \
     {                                                                                              \
         if (0 != (g_chiLogGroupEnable[levelIndex] & ChiLogGroupChiNode))                           \
@@ -37,21 +39,27 @@ static inline const char* OisLogBaseName(const char* pPath)
             if (1 == g_enableSystemLog)                                                            \
             {                                                                                      \
                 __android_log_print(priority, OIS_LOG_TAG, levelText "%s %s:%d %s() " fmt "\n",    \
-                                    OIS_LOG_GROUP, OIS_LOG_FILE, __LINE__, __func__,               \
+                                    OIS_LOG_GROUP, OIS_LOG_FILE, __LINE__, func,                   \
                                     ##__VA_ARGS__);                                                \
             }                                                                                      \
-            ChiLog::LogSystem(levelText, letter, OIS_LOG_GROUP, OIS_LOG_FILE, __func__, __LINE__,  \
+            ChiLog::LogSystem(levelText, letter, OIS_LOG_GROUP, OIS_LOG_FILE, func, __LINE__,      \
                               fmt, ##__VA_ARGS__);                                                 \
         }                                                                                          \
     } while (0)
 
-#define OIS_LOG_ERROR(fmt, ...) \
-    OIS_LOG(ChiLogLevelError, "[ERROR]", 'E', ANDROID_LOG_ERROR, fmt, ##__VA_ARGS__)
-#define OIS_LOG_WARN(fmt, ...) \
-    OIS_LOG(ChiLogLevelWarning, "[ WARN]", 'W', ANDROID_LOG_WARN, fmt, ##__VA_ARGS__)
-#define OIS_LOG_INFO(fmt, ...) \
-    OIS_LOG(ChiLogLevelInfo, "[ INFO]", 'I', ANDROID_LOG_INFO, fmt, ##__VA_ARGS__)
-#define OIS_LOG_VERBOSE(fmt, ...) \
-    OIS_LOG(ChiLogLevelVerbose, "[VERBOSE]", 'V', ANDROID_LOG_INFO, fmt, ##__VA_ARGS__)
+#define OIS_LOG_ERROR_IN(func, fmt, ...) \
+    OIS_LOG_AS(func, ChiLogLevelError, "[ERROR]", 'E', ANDROID_LOG_ERROR, fmt, ##__VA_ARGS__)
+#define OIS_LOG_WARN_IN(func, fmt, ...) \
+    OIS_LOG_AS(func, ChiLogLevelWarning, "[ WARN]", 'W', ANDROID_LOG_WARN, fmt, ##__VA_ARGS__)
+#define OIS_LOG_INFO_IN(func, fmt, ...) \
+    OIS_LOG_AS(func, ChiLogLevelInfo, "[ INFO]", 'I', ANDROID_LOG_INFO, fmt, ##__VA_ARGS__)
+#define OIS_LOG_VERBOSE_IN(func, fmt, ...) \
+    OIS_LOG_AS(func, ChiLogLevelVerbose, "[VERBOSE]", 'V', ANDROID_LOG_INFO, fmt, ##__VA_ARGS__)
+
+// Lines logged by the operation's own function.
+#define OIS_LOG_ERROR(fmt, ...)   OIS_LOG_ERROR_IN(__func__, fmt, ##__VA_ARGS__)
+#define OIS_LOG_WARN(fmt, ...)    OIS_LOG_WARN_IN(__func__, fmt, ##__VA_ARGS__)
+#define OIS_LOG_INFO(fmt, ...)    OIS_LOG_INFO_IN(__func__, fmt, ##__VA_ARGS__)
+#define OIS_LOG_VERBOSE(fmt, ...) OIS_LOG_VERBOSE_IN(__func__, fmt, ##__VA_ARGS__)
 
 #endif // ZELK_NODE_OISVERIFYLOG_H
