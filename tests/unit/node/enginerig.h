@@ -44,6 +44,7 @@ struct RigOptions
     FLOAT       baseGainX  = 1.0f;
     FLOAT       baseGainY  = 1.0f;
     std::string fuseId     = "RIG00001"; // role 0's module; empty: none
+    SIZE_T      lumaPlaneBytes = 0;          // size the input claims for its luma plane; 0: not given
 };
 
 class EngineRig
@@ -112,6 +113,8 @@ public:
         buffer.format.width   = 1440;
         buffer.format.height  = 1080;
         buffer.imageCount     = 1;
+        buffer.planeSize[0]   = m_options.lumaPlaneBytes;
+        buffer.format.formatParams.yuvFormat[0].planeStride = 1440;
         CHINODEBUFFERHANDLE input[1] = { &buffer };
         CHINODEPROCESSREQUESTINFO request = {};
         request.size          = sizeof(request);
