@@ -45,6 +45,8 @@ struct RigOptions
     FLOAT       baseGainY  = 1.0f;
     std::string fuseId     = "RIG00001"; // role 0's module; empty: none
     SIZE_T      lumaPlaneBytes = 0;          // size the input claims for its luma plane; 0: not given
+    // Files (device path, content) placed on the device before Initialize.
+    std::vector<std::pair<std::string, std::string>> files;
 };
 
 class EngineRig
@@ -66,6 +68,10 @@ public:
         }
         m_root.MakeDirs("/mnt/vendor/persist/camera");
         m_root.WriteFile("/data/vendor/camera/ois/frame0.yuv", std::string(720 * 720, '\x40'));
+        for (const auto& file : options.files)
+        {
+            m_root.WriteFile(file.first, file.second);
+        }
 
         m_savedInterface                  = g_chiNodeInterface;
         g_chiNodeInterface                = CHINODEINTERFACE();

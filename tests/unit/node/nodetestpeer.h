@@ -140,6 +140,16 @@ struct ChiOisVerifyNodeTestPeer
     static INT32           VerifyDurationMs(const ChiOisVerifyNode& node) { return node.m_verifyDurationMs; }
     static INT32           CalibCount(const ChiOisVerifyNode& node) { return node.m_oisCalibPara.oisCalibCnt; }
 
+    // What the destructor releases: both library handles and both text logs.
+    static void SetReleasables(ChiOisVerifyNode& node, void* hTableLib, void* hAlgoLib, FILE* pPointFile,
+                               FILE* pCalibFile)
+    {
+        node.m_hLogicalCameraTableLib = hTableLib;
+        node.m_hOisHighFpsLib         = hAlgoLib;
+        node.m_pPointPositionFile     = pPointFile;
+        node.m_calibLogFile           = pCalibFile;
+    }
+
     // Writes out what the two text logs hold so far.
     static void FlushTextLogs(ChiOisVerifyNode& node)
     {
