@@ -150,7 +150,8 @@ protected:
         options.gyroGainAndSRMatch = gyroGainAndSRMatch;
         m_rig.reset(new EngineRig(options));
         m_rig->StartVerifying();
-        ScriptSearch(*m_rig, { { 4, 3 }, { 2, 3 }, { 2, 3 }, { 3, 3 }, { 5, 1 }, { 5, 6 }, { 5, 1 }, { 5, 6 }, { 5, 6 } });
+        ScriptSearch(*m_rig,
+                     { { 4, 3 }, { 2, 3 }, { 2, 3 }, { 3, 3 }, { 5, 1 }, { 5, 6 }, { 5, 1 }, { 5, 6 }, { 5, 6 } });
         ASSERT_EQ(m_rig->RunToEnd(), VerifyDoneState);
     }
 

@@ -60,7 +60,8 @@ TEST_P(CropGeometry, TakesTheCentredSquareRowByRow)
     {
         for (INT32 col = 0; col < length; col += 5)
         {
-            ASSERT_EQ(pCrop[static_cast<size_t>(row) * length + col], Pattern(c.left + col, c.top + row)) << row << "," << col;
+            ASSERT_EQ(pCrop[static_cast<size_t>(row) * length + col], Pattern(c.left + col, c.top + row))
+                << row << "," << col;
         }
     }
     EXPECT_EQ(pCrop[static_cast<size_t>(length) * length - 1], Pattern(c.left + length - 1, c.top + length - 1));

@@ -35,16 +35,16 @@ inline Run Shifted(DOUBLE x, DOUBLE y, INT32 code = 0)
 
 struct RigOptions
 {
-    std::string algoPara  = "1:1:0:0:4:60";        // debug mode, no dump, nothing dropped
-    std::string calibPara = "0:0:18.0:0.05:0.2:2";
-    UINT32      minFrameCount = 4;
-    UINT32      maxVerifyTimeMs = 1000;
-    bool        calibrate  = false;
+    std::string algoPara           = "1:1:0:0:4:60"; // debug mode, no dump, nothing dropped
+    std::string calibPara          = "0:0:18.0:0.05:0.2:2";
+    UINT32      minFrameCount      = 4;    // also the ring's size
+    UINT32      maxVerifyTimeMs    = 1000;
+    bool        calibrate          = false;
     INT32       gyroGainAndSRMatch = 0;
-    FLOAT       baseGainX  = 1.0f;
-    FLOAT       baseGainY  = 1.0f;
-    std::string fuseId     = "RIG00001"; // role 0's module; empty: none
-    SIZE_T      lumaPlaneBytes = 0;          // size the input claims for its luma plane; 0: not given
+    FLOAT       baseGainX          = 1.0f;
+    FLOAT       baseGainY          = 1.0f;
+    std::string fuseId             = "RIG00001"; // role 0's module; empty: none
+    SIZE_T      lumaPlaneBytes     = 0;          // size the input claims for its luma plane; 0: not given
     // Files (device path, content) placed on the device before Initialize.
     std::vector<std::pair<std::string, std::string>> files;
 };
@@ -147,13 +147,13 @@ public:
         return m_node.GetOISVerifyState();
     }
 
-    ChiOisVerifyNode&                 Node() { return m_node; }
-    testsupport::TempDeviceRoot&      Root() { return m_root; }
-    chihost::LogCapture&              Log() { return m_log; }
-    const std::vector<INT32>&         Published() const { return m_published; }
-    std::string                       Report() const { return m_root.ReadFile("/data/vendor/camera/oisverify/oisVerify.json"); }
+    ChiOisVerifyNode&            Node() { return m_node; }
+    testsupport::TempDeviceRoot& Root() { return m_root; }
+    chihost::LogCapture&         Log() { return m_log; }
+    const std::vector<INT32>&    Published() const { return m_published; }
+    std::string Report() const { return m_root.ReadFile("/data/vendor/camera/oisverify/oisVerify.json"); }
     std::string PersistFile() const { return m_root.ReadFile("/mnt/vendor/persist/camera/com.zelk.oiscal.bin"); }
-    size_t                            ScriptLeft() const { return m_script.size(); }
+    size_t      ScriptLeft() const { return m_script.size(); }
 
 private:
     static INT32 Algorithm(UINT8* /*pImage*/, OISImageSize /*size*/, OISPointResult* pResult)
