@@ -117,6 +117,16 @@ bool ParseAlgoPara(const std::string& text, AlgoParams* pParams, std::string* pE
     parsed.dropFrames  = 0;
     parsed.shakeFreqHz = 4;
     parsed.frameRateHz = 60;
+    // The node never reads field 0, but a text whose first field is not a number is not the
+    // node's colon-separated numbers at all ("garbage" would run with every field defaulted).
+    uint32_t skipped = 0;
+    if (!ParseField(fields, 0, "", &skipped, pError))
+    {
+        *pError = std::string(kAlgoParaProperty) + " is '" + text + "', not the node's colon-separated whole numbers "
+                  "(e.g. " + kDefaultAlgoParaText + "; the node skips field 0 and would run with every other field "
+                  "defaulted)";
+        return false;
+    }
     if (!ParseField(fields, 1, "debug mode", &parsed.debugMode, pError) ||
         !ParseField(fields, 2, "dump images", &parsed.dumpImages, pError) ||
         !ParseField(fields, 3, "dropped frames", &parsed.dropFrames, pError) ||

@@ -249,6 +249,9 @@ ProgressInfo SessionRunner::Progress(const chihost::RequestRecord& record) const
         info.targetGainX = events.targetGainX;
         info.targetGainY = events.targetGainY;
         info.measured    = events.measured - events.measuredBeforeTarget;
+        // Until this target is measured the last SR belongs to the one before it: the verdicts
+        // are the base gains' and one per measured target.
+        info.hasSr = events.verdicts.size() > events.targets;
     }
     else if (events.targets != 0 && !events.verdicts.empty())
     {
