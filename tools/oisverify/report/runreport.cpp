@@ -282,9 +282,8 @@ void PrintSessionLine(FILE* pOut, const RunConfig& config, const RunResult& resu
 {
     const NodeEvents&  events = result.events;
     // State 4 only says the node finished measuring; whether that passes is the verdict's.
-    const std::string stateText = (result.finalState < 0)               ? ErrorMeaning(result.finalState)
-                                  : (result.finalState == kVerifiedState) ? "done measuring"
-                                                                          : StateName(result.finalState);
+    const std::string stateText =
+        (result.finalState == kVerifiedState) ? "done measuring" : StateName(result.finalState);
     fprintf(pOut, "\n  %u frames measured, %u failed, after %u dropped; node state %d (%s) after %llu frames\n",
             events.measured, events.failed, config.params.dropFrames, result.finalState, stateText.c_str(),
             static_cast<unsigned long long>(result.requests));
