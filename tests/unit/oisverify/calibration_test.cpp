@@ -167,7 +167,9 @@ INSTANTIATE_TEST_SUITE_P(
                          r->calibration.persistLines[0] = PersistRecord("OTHER", "1.100000", "1.100000"); },
                      {}, false, "holds no record of fuse ID \"ZKSIM0001\"" },
         VerdictCase{ "held axis", [](RunResult* r) { r->finalState = -21; }, { "--single-axis", "x" }, false,
-                     "the OIS service did not apply a gyro gain (with one axis held the search ends only" },
+                     "the persist file refused a gyro gain (a gain outside 0.5 to 2.0, no fuse ID for the module, or the file could "
+                     "not be written), so the node never asked the OIS service to apply it (with one axis held the "
+                     "search ends only" },
         VerdictCase{ "unfinished", [](RunResult* r) { r->finished = false; r->finalState = 23; }, {}, false,
                      "the node did not finish: still verifying gain" }));
 

@@ -117,14 +117,12 @@ bool ParseAlgoPara(const std::string& text, AlgoParams* pParams, std::string* pE
     parsed.dropFrames  = 0;
     parsed.shakeFreqHz = 4;
     parsed.frameRateHz = 60;
-    // The node never reads field 0, but a text whose first field is not a number is not the
-    // node's colon-separated numbers at all ("garbage" would run with every field defaulted).
-    uint32_t skipped = 0;
-    if (!ParseField(fields, 0, "", &skipped, pError))
+    // The node never reads field 0; a text that is nothing else is no parameters at all ("garbage"
+    // would run with every field defaulted, dropping no frames).
+    if (fields.size() < 2)
     {
-        *pError = std::string(kAlgoParaProperty) + " is '" + text + "', not the node's colon-separated whole numbers "
-                  "(e.g. " + kDefaultAlgoParaText + "; the node skips field 0 and would run with every other field "
-                  "defaulted)";
+        *pError = std::string(kAlgoParaProperty) + " is '" + text + "', not the node's colon-separated fields (e.g. " +
+                  kDefaultAlgoParaText + "): the node skips field 0 and would run with every other field defaulted";
         return false;
     }
     if (!ParseField(fields, 1, "debug mode", &parsed.debugMode, pError) ||
