@@ -409,3 +409,47 @@ TEST(RunWarnings, ReferenceRunIsAskedFor)
 }
 
 } // namespace
+
+namespace
+{
+
+std::string Header(const Words& words)
+{
+    RunConfig   config;
+    std::string error;
+    EXPECT_TRUE(oisverify::ParseRunWords(words, &config, &error)) << error;
+    char*  pText = nullptr;
+    size_t size  = 0;
+    FILE*  pOut  = open_memstream(&pText, &size);
+    oisverify::PrintRunHeader(pOut, config);
+    fclose(pOut);
+    std::string text(pText, size);
+    free(pText);
+    return text;
+}
+
+// The node's fixed rules are named before the run, with the way out.
+TEST(RunHeader, WarnsAboutTheNodesReferenceShakeAndTimeLimit)
+{
+    EXPECT_EQ(Header({}).find("warning"), std::string::npos) << Header({});
+    EXPECT_NE(Header({ "--ois-off", "--amplitude", "0" })
+                  .find("warning       no shake on either axis: the node's SR refers to a fixed 181.248 px shake, not "
+                        "to the shake applied, so a still chart reads as a perfect module"),
+              std::string::npos);
+    EXPECT_NE(Header({ "--amplitude", "181.248,0" }).find("no shake on the vertical axis"), std::string::npos);
+    EXPECT_NE(Header({ "--ois-off", "--amplitude", "90" })
+                  .find("the shake is 90.00 x 90.00 px, not the node's fixed reference of 181.248 px: the node's SR "
+                        "reads 10 log10(181.248 / shake) = +3.04 / +3.04 dB off"),
+              std::string::npos);
+    EXPECT_NE(Header({ "--fps", "24" }).find("warning       expect error -13: the node allows the 13 frame periods "
+                                             "of a verdict 520 ms, so frames must come faster than 25 fps"),
+              std::string::npos)
+        << Header({ "--fps", "24" });
+    EXPECT_NE(Header({ "--fps", "25" }).find("expect error -13"), std::string::npos);
+    EXPECT_EQ(Header({ "--fps", "26" }).find("expect error -13"), std::string::npos);
+    EXPECT_EQ(Header({ "--fps", "30" }).find("expect error -13"), std::string::npos);
+    EXPECT_NE(Header({ "--reference" }).find("reference     the node measures an OIS-off session"), std::string::npos);
+    EXPECT_NE(Header({ "--limit", "3" }).find("warning       an SR limit of 3.00 dB passes"), std::string::npos);
+}
+
+} // namespace
