@@ -286,7 +286,7 @@ TEST(CalibrationReport, NamesOnlyTheAxesBelowAndWhatThePersistFileKeeps)
     ASSERT_FALSE(verdict.pass);
     const std::string text = Captured(
         [&](FILE* p) { oisverify::PrintCalibrationReport(p, config, result, outcome, verdict, false); });
-    EXPECT_NE(text.find("FAIL  horizontal SR 15.24 dB, vertical SR 15.20 dB below the limit of 30.00 dB: the node "
+    EXPECT_NE(text.find("FAIL  horizontal SR 15.24 dB, vertical SR 15.20 dB are below the limit of 30.00 dB: the node "
                         "searches"), std::string::npos) << text;
     EXPECT_NE(text.find("the node's rule: the persist file keeps gains 1.100000, 1.100000 for the module although the "
                         "run failed; restore its gains 1.00, 1.00"), std::string::npos) << text;
@@ -302,7 +302,7 @@ TEST(CalibrationReport, NamesOnlyTheAxesBelowAndWhatThePersistFileKeeps)
         oisverify::PrintCalibrationReport(p, held, single, seen,
                                           oisverify::DecideCalibrationVerdict(held, single, seen), false);
     });
-    EXPECT_NE(line.find("FAIL  horizontal SR 21.50 dB below the limit of 22.00 dB (vertical SR 25.00 dB reaches "
+    EXPECT_NE(line.find("FAIL  horizontal SR 21.50 dB is below the limit of 22.00 dB (vertical SR 25.00 dB reaches "
                         "it)"), std::string::npos) << line;
     EXPECT_NE(line.find("the node's rule: it persisted gains 1.10, 1.10 (SR 20.84 / 20.79 dB per gyro axis), worse "
                         "than the base gains 1.00, 1.00 measured (21.50 / 25.00 dB)"), std::string::npos) << line;
