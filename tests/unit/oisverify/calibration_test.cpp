@@ -3,6 +3,7 @@
 // table, figure and page section written from it.
 #include <gtest/gtest.h>
 
+#include <math.h>
 #include <stdlib.h>
 
 #include "figures/calibrationfigure.h"
@@ -156,6 +157,19 @@ INSTANTIATE_TEST_SUITE_P(
                                                      "= [1.51, 1.91]", &r->events);
                      },
                      {}, true, "at the base gains: no search needed" },
+        VerdictCase{ "no search on a stalled table",
+                     [](RunResult* r) {
+                         *r = RunResult();
+                         r->finished = true;
+                         r->finalState = 4;
+                         oisverify::NoteLogLine('I', "Blur is valid [horSR, verSR] = [29.12, 28.57] [horBlur,verBlur] "
+                                                     "= [0.56, 0.63]", &r->events);
+                         r->suppression.known                        = true;
+                         r->suppression.trueSuppressionDb.horizontal = -INFINITY;
+                         r->suppression.trueSuppressionDb.vertical   = -INFINITY;
+                     },
+                     {}, false, "horizontal SR 29.12 dB passes only against the node's fixed 181.248 px reference: "
+                                "the table applied no shake" },
         VerdictCase{ "below the limit", [](RunResult*) {}, { "--limit", "20.8" }, false,
                      "gyro Y SR with the selected gain 1.10 is 20.79 dB, below the limit of 20.80 dB" },
         VerdictCase{ "bad crc", [](RunResult* r) { r->calibration.persistLines[0].record.crc ^= 1; }, {}, false,
