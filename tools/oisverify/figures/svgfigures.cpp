@@ -322,7 +322,7 @@ std::string SummarySvg(const RunConfig& config, const std::vector<SrBar>& bars, 
     // The limit's label sits a clear line below the verdict's text, however many lines that took.
     const double textBottom = std::max(76.0, kFirstLineY + kLineHeight * (lines.size() - 1) + 6.0);
     const double top        = textBottom + 16.0;
-    SvgDocument  svg(720, top + 158.0, verdict.pass ? "PASS" : "FAIL");
+    SvgDocument  svg(720, top + (bars.empty() ? 60.0 : 158.0), verdict.pass ? "PASS" : "FAIL");
     DrawBadge(svg, verdict, lines);
     if (!bars.empty())
     {
