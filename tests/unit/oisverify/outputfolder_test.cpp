@@ -63,7 +63,7 @@ TEST(OutputFolder, ClearsOnlyTheFilesItsListNames)
     const std::string   out = temp / "out";
     WriteText(out + "/oisverify-files.txt", std::string(kListHead) +
                                                 "index.html\nINTERRUPTED\ndumpImage/a.yuv\ndumpImage/b.yuv\n"
-                                                "deep/er/c.txt\nlink\n../outside\n" + temp.Path() +
+                                                "deep/er/c.txt\nlink\n../outside\nlinked/far.txt\n" + temp.Path() +
                                                 "/absolute\nkept\n./index.html\nmissing.svg\n");
     for (const char* pName : { "index.html", "INTERRUPTED", "dumpImage/a.yuv", "dumpImage/b.yuv", "deep/er/c.txt",
                                "deep/notes.txt", "notes.txt", "kept/inside.txt" })
@@ -74,7 +74,10 @@ TEST(OutputFolder, ClearsOnlyTheFilesItsListNames)
     WriteText(temp / "absolute", "absolute");
     WriteText(temp / "target", "target");
     fs::create_symlink(temp / "target", out + "/link");
+    WriteText(temp / "far/far.txt", "far");
+    fs::create_symlink(temp / "far", out + "/linked");
     ASSERT_TRUE(oisverify::PrepareOutputFolder(out));
+    EXPECT_EQ(clitest::ReadText(temp / "far/far.txt"), "far") << "never through a linked folder";
     for (const char* pGone : { "index.html", "INTERRUPTED", "dumpImage", "deep/er", "link" })
     {
         EXPECT_FALSE(fs::exists(fs::symlink_status(out + "/" + pGone))) << pGone;
@@ -123,6 +126,13 @@ TEST(OutputFolder, InterruptedRunLeavesANoteTheNextRunRemoves)
                   "index.html\nsummary.svg\npositions.svg\npositions.csv\nnode.log\nINTERRUPTED\n");
     EXPECT_EQ(written, (std::vector<std::string>{ "index.html", "summary.svg", "positions.svg", "positions.csv",
                                                   "node.log", "INTERRUPTED" }));
+    // A link someone put in the folder is not written through.
+    WriteText(temp / "elsewhere", "theirs");
+    fs::remove(temp / "out/node.log");
+    fs::create_symlink(temp / "elsewhere", temp / "out/node.log");
+    EXPECT_FALSE(oisverify::WriteRunOutputs(config, result, oisverify::Verdict(), &written));
+    EXPECT_EQ(clitest::ReadText(temp / "elsewhere"), "theirs");
+    fs::remove(temp / "out/node.log");
 
     ASSERT_TRUE(oisverify::PrepareOutputFolder(config.outDir));
     result.stopSignal = 0;

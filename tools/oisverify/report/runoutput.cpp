@@ -2,8 +2,10 @@
 #include "report/runoutput.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <stdio.h>
 #include <string.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -33,9 +35,15 @@ const char kOutputListHead[] = "# The files of the oisverify run in this folder;
 // A list longer than this is not one the tool wrote.
 constexpr uintmax_t kMaxOutputListBytes = 1u << 20;
 
+// Never through a symbolic link: a link in the output folder may point anywhere.
 chihost::Status WriteText(const std::string& path, const std::string& text)
 {
-    FILE* pFile = fopen(path.c_str(), "wb");
+    const int fd    = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0644);
+    FILE*     pFile = (fd >= 0) ? fdopen(fd, "wb") : nullptr;
+    if (pFile == nullptr && fd >= 0)
+    {
+        close(fd);
+    }
     if (pFile == nullptr)
     {
         return chihost::Status::Error("cannot write " + path + ": " + strerror(errno));
@@ -72,21 +80,25 @@ std::string ReadSmallFile(const fs::path& path, uintmax_t maxBytes, std::string*
     return text.str();
 }
 
-// A listed name the tool could have written: relative, inside the folder, no "." or "..".
-bool IsOwnName(const fs::path& name)
+// A listed name the tool could have written: relative, no "." or "..", and inside the folder
+// through real folders only (a linked folder could lead anywhere).
+bool IsOwnName(const fs::path& outDir, const fs::path& name)
 {
     if (name.empty() || name.is_absolute() || name.has_root_name())
     {
         return false;
     }
-    for (const fs::path& part : name)
+    std::error_code error;
+    fs::path        folder = outDir;
+    for (const fs::path& part : name.parent_path())
     {
-        if (part == "." || part == ".." || part.empty())
+        folder /= part;
+        if (part == "." || part == ".." || part.empty() || !fs::is_directory(fs::symlink_status(folder, error)))
         {
             return false;
         }
     }
-    return true;
+    return name.filename() != "." && name.filename() != "..";
 }
 
 // Removes the files (or symbolic links: never what they point to) the list names, then the
@@ -99,7 +111,7 @@ chihost::Status RemoveListedFiles(const fs::path& outDir, const std::string& lis
     while (std::getline(lines, line))
     {
         const fs::path name(line);
-        if (line.empty() || line[0] == '#' || !IsOwnName(name))
+        if (line.empty() || line[0] == '#' || !IsOwnName(outDir, name))
         {
             continue;
         }
