@@ -1,6 +1,7 @@
 // The output folder holds one run: preparing a folder for a run (new, empty, an earlier run's,
 // someone else's), the list of files a run writes, the note of a run cut short by a signal, the
-// persist file of a calibration run, and the stop request the signals set.
+// persist file of a calibration run, the stop request the signals set, and where the tool looks
+// for the node library.
 #include <gtest/gtest.h>
 
 #include <signal.h>
@@ -10,6 +11,7 @@
 
 #include "clitestsupport.h"
 #include "report/runoutput.h"
+#include "session/emulateddevice.h"
 #include "session/stoprequest.h"
 
 namespace
@@ -223,6 +225,20 @@ TEST(StopRequest, HandlersRecordTheSignal)
     sigaction(SIGTERM, nullptr, &now);
     EXPECT_EQ(now.sa_handler, SIG_DFL) << "the first SIGTERM leaves the default action for a second one";
     oisverify::ClearStopRequest();
+}
+
+// The node library relative to the tool: the installed place first, then the build tree's.
+TEST(NodeLibraryPlace, InstalledFolderThenBuildTree)
+{
+    clitest::TempFolder temp;
+    const std::string   bin = temp / "bin";
+    fs::create_directories(bin);
+    EXPECT_EQ(oisverify::DefaultNodeLibraryPath(bin), bin + "/../lib/oisverify/com.zelk.node.zelkoisverify.so")
+        << "neither: the installed place, which the error message then names";
+    WriteText(temp / "lib/com.zelk.node.zelkoisverify.so", "");
+    EXPECT_EQ(oisverify::DefaultNodeLibraryPath(bin), bin + "/../lib/com.zelk.node.zelkoisverify.so");
+    WriteText(temp / "lib/oisverify/com.zelk.node.zelkoisverify.so", "");
+    EXPECT_EQ(oisverify::DefaultNodeLibraryPath(bin), bin + "/../lib/oisverify/com.zelk.node.zelkoisverify.so");
 }
 
 } // namespace
