@@ -26,7 +26,8 @@ constexpr double kMaxShownPx  = 720.0;
 constexpr double kMarginPx    = 10.0;
 constexpr double kTitlePx     = 34.0;
 constexpr double kFooterPx    = 96.0;
-constexpr double kCrossArmPx  = 9.0;
+constexpr double kCrossArmPx  = 12.0;
+constexpr double kCrossGapPx  = 4.0;
 constexpr double kMinWidthPx  = 720.0;
 
 const sim::Point& CircleOf(const sim::FourCentres& centres, int circle)
@@ -102,8 +103,12 @@ void DrawCircle(SvgDocument& svg, const std::vector<const RunFrame*>& frames, co
     if (spread.count != 0)
     {
         const double cx = x(spread.meanX), cy = y(spread.meanY);
-        svg.Line(cx - kCrossArmPx, cy, cx + kCrossArmPx, cy, kSpreadColour, 1.5);
-        svg.Line(cx, cy - kCrossArmPx, cx, cy + kCrossArmPx, kSpreadColour, 1.5);
+        // The cross leaves its middle open: a good module's dots and box fit in a few pixels there.
+        for (double side : { -1.0, 1.0 })
+        {
+            svg.Line(cx + side * kCrossGapPx, cy, cx + side * kCrossArmPx, cy, kSpreadColour, 1.5);
+            svg.Line(cx, cy + side * kCrossGapPx, cx, cy + side * kCrossArmPx, kSpreadColour, 1.5);
+        }
         svg.BeginGroup(id + "-spread");
         svg.Rect(x(spread.lowX), y(spread.lowY), x(spread.highX) - x(spread.lowX), y(spread.highY) - y(spread.lowY),
                  "none", "stroke=\"" + std::string(kSpreadColour) + "\" stroke-width=\"1\"");
