@@ -94,6 +94,39 @@ TEST(OutputFolder, ClearsOnlyTheFilesItsListNames)
     EXPECT_EQ(clitest::ReadText(out + "/oisverify-files.txt"), kListHead);
 }
 
+// A folder of a run from before runs listed their files holds nothing but names a run writes: it
+// is cleared; one more file of any other name makes it someone else's.
+TEST(OutputFolder, ClearsAnUnlistedEarlierRunOnlyWhenNothingElseIsThere)
+{
+    const char kDump[] = "dumpImage/oisverify_node_frameNum[3]_w[540]_h[540]_stride[540]_scanline[540]_crop.yuv";
+    const struct
+    {
+        const char* extra; // besides index.html, node.log and one dump; nullptr: none
+        bool        cleared;
+    } cases[] = { { nullptr, true }, { "notes.txt", false }, { "dumpImage/notes.txt", false },
+                  { "sub/index.html", false }, { "oisverify_crop.yuv", true } };
+    for (const auto& c : cases)
+    {
+        clitest::TempFolder temp;
+        const std::string   out = temp / "out";
+        for (const char* pName : { "index.html", "node.log", kDump, c.extra })
+        {
+            if (pName != nullptr)
+            {
+                WriteText(out + "/" + pName, "x");
+            }
+        }
+        const bool prepared = bool(oisverify::PrepareOutputFolder(out));
+        EXPECT_EQ(prepared, c.cleared) << (c.extra ? c.extra : "nothing else");
+        EXPECT_EQ(fs::exists(out + "/index.html"), !c.cleared) << (c.extra ? c.extra : "nothing else");
+        EXPECT_EQ(fs::exists(out + "/dumpImage"), !c.cleared) << (c.extra ? c.extra : "nothing else");
+        if (c.extra != nullptr && !c.cleared)
+        {
+            EXPECT_EQ(clitest::ReadText(out + "/" + c.extra), "x");
+        }
+    }
+}
+
 oisverify::RunResult InterruptedResult()
 {
     oisverify::RunResult result;

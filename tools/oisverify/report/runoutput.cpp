@@ -158,6 +158,72 @@ std::string ChartFigure(const RunConfig& config, const RunResult& result, bool* 
     return ChartSvg(image, png, result);
 }
 
+// A folder an earlier version of the tool wrote, before runs listed their files: nothing in it
+// but regular files under names a run writes, and dumped crops in dumpImage/. Their names, as a
+// list for RemoveListedFiles; empty when anything else is there.
+std::string UnlistedEarlierRun(const fs::path& folder)
+{
+    static const char* const kRunFileNames[] = {
+        "index.html",      "summary.svg", "chart.svg",      "positions.svg", "calibration.svg",
+        "positions.csv",   "node.log",    "oisVerify.json", "oisVerify_point_position.txt",
+        "oisverify_crop.yuv", "oisGyroGainCalibrate.txt", "com.zelk.oiscal.bin", "INTERRUPTED",
+    };
+    const auto isRunFile = [](const std::string& name) {
+        return std::find(std::begin(kRunFileNames), std::end(kRunFileNames), name) != std::end(kRunFileNames);
+    };
+    const auto isDump = [](const std::string& name) {
+        return name.compare(0, 23, "oisverify_node_frameNum") == 0 && name.size() > 32 &&
+               name.compare(name.size() - 9, 9, "_crop.yuv") == 0;
+    };
+    std::error_code error;
+    std::string     list;
+    for (fs::recursive_directory_iterator it(folder, error), end; !error && it != end; it.increment(error))
+    {
+        const std::string relative = fs::relative(it->path(), folder, error).string();
+        const fs::file_status status = it->symlink_status(error);
+        const bool inDumps = it.depth() == 1 && relative.compare(0, 10, "dumpImage/") == 0;
+        if (fs::is_directory(status) && relative == "dumpImage")
+        {
+            continue;
+        }
+        if (!fs::is_regular_file(status) || it.depth() > 1 ||
+            !(inDumps ? isDump(it->path().filename().string()) : isRunFile(relative)))
+        {
+            return "";
+        }
+        list += relative + "\n";
+    }
+    return error ? "" : list;
+}
+
+// The files of the run that wrote the folder before, as a list: its own list, or the names of an
+// unlisted earlier run. Someone else's folder is an error.
+chihost::Status EarlierRunFiles(const fs::path& folder, std::string* pList)
+{
+    std::error_code error;
+    const fs::path  list = folder / kOutputListName;
+    pList->clear();
+    if (fs::is_regular_file(fs::symlink_status(list, error)))
+    {
+        std::string readError;
+        *pList = ReadSmallFile(list, kMaxOutputListBytes, &readError);
+        return readError.empty() ? chihost::Status::Ok()
+                                 : chihost::Status::Error("cannot read " + list.string() + ": " + readError);
+    }
+    if (fs::is_empty(folder, error))
+    {
+        return chihost::Status::Ok();
+    }
+    *pList = UnlistedEarlierRun(folder);
+    if (pList->empty())
+    {
+        return chihost::Status::Error("the output folder " + folder.string() + " holds files, but no " +
+                                      kOutputListName +
+                                      " of an earlier oisverify run: name a new or empty folder with --out");
+    }
+    return chihost::Status::Ok();
+}
+
 std::string OutputList(const std::vector<std::string>& names)
 {
     std::string list = kOutputListHead;
@@ -178,7 +244,6 @@ chihost::Status PrepareOutputFolder(const std::string& outDir)
     }
     std::error_code error;
     const fs::path  folder(outDir);
-    const fs::path  list = folder / kOutputListName;
     if (!fs::exists(fs::symlink_status(folder, error)))
     {
         if (!fs::create_directories(folder, error) && error)
@@ -190,26 +255,17 @@ chihost::Status PrepareOutputFolder(const std::string& outDir)
     {
         return chihost::Status::Error("the output folder " + outDir + " is not a folder");
     }
-    else if (fs::is_regular_file(fs::symlink_status(list, error)))
+    else
     {
-        std::string       readError;
-        const std::string names = ReadSmallFile(list, kMaxOutputListBytes, &readError);
-        if (!readError.empty())
-        {
-            return chihost::Status::Error("cannot read " + list.string() + ": " + readError);
-        }
-        chihost::Status status = RemoveListedFiles(folder, names);
+        std::string     earlier;
+        chihost::Status status = EarlierRunFiles(folder, &earlier);
+        status                 = status ? RemoveListedFiles(folder, earlier) : status;
         if (!status)
         {
             return status;
         }
     }
-    else if (!fs::is_empty(folder, error))
-    {
-        return chihost::Status::Error("the output folder " + outDir + " holds files, but no " + kOutputListName +
-                                      " of an earlier oisverify run: name a new or empty folder with --out");
-    }
-    return WriteText(list.string(), kOutputListHead);
+    return WriteText((folder / kOutputListName).string(), kOutputListHead);
 }
 
 std::string PositionsCsv(const RunResult& result)

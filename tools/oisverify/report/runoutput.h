@@ -4,7 +4,9 @@
 //
 // The folder holds one run. Its list of files, oisverify-files.txt, marks it as the tool's: a
 // later run into the same folder removes exactly the files listed there (and folders they leave
-// empty), never anything else, and refuses a non-empty folder without the list.
+// empty), never anything else. A non-empty folder without the list is refused, unless it holds
+// nothing but files under the names a run writes (a folder of a run from before runs listed
+// their files), which are then removed.
 #ifndef ZELK_TOOLS_OISVERIFY_RUNOUTPUT_H
 #define ZELK_TOOLS_OISVERIFY_RUNOUTPUT_H
 
@@ -26,8 +28,8 @@ extern const char* const kOutputListName;
 extern const char* const kInterruptedName;
 
 // Makes outDir ready for a run before the session starts: creates it, or clears a folder of an
-// earlier run of the files its list names, or refuses a non-empty folder that has no list (or
-// whose list is not a regular file). Leaves an empty list behind, so that even a run that ends
+// earlier run of the files its list names (or of an unlisted earlier run, see above), or refuses
+// a non-empty folder that is neither (a list that is not a regular file is no list). Leaves an empty list behind, so that even a run that ends
 // before writing anything leaves a folder the next run recognises. Nothing for an empty outDir.
 chihost::Status PrepareOutputFolder(const std::string& outDir);
 
