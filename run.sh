@@ -2,7 +2,8 @@
 # One entry point for a fresh Debian 12 machine: installs what is missing, configures, builds,
 # then runs the main job or the whole test suite.
 #
-#   bash run.sh demo    the main job: an off-device session of the node in the host emulator
+#   bash run.sh demo    the main job: an off-device session of the node in the host emulator (builds
+#                       only the command line and what it loads at run time)
 #   bash run.sh test    every test (unit, contract, integration, sim); the concurrency tests under
 #                       ThreadSanitizer; every test under AddressSanitizer and UndefinedBehavior-
 #                       Sanitizer; the tests cross-built for aarch64 under qemu; a bounded fuzz run
@@ -18,6 +19,7 @@ PACKAGES=(
   g++ make cmake ninja-build
   libgtest-dev libgmock-dev
   libcjson-dev android-liblog-dev android-libcutils-dev
+  libpng-dev
 )
 # The fuzz targets build with clang, whose libFuzzer comes in compiler-rt.
 FUZZ_PACKAGES=(clang libclang-rt-14-dev)
@@ -27,6 +29,7 @@ AARCH64_PACKAGES=(
   g++-aarch64-linux-gnu qemu-user
   libgtest-dev:arm64 libgmock-dev:arm64
   libcjson-dev:arm64 android-liblog-dev:arm64 android-libcutils-dev:arm64
+  libpng-dev:arm64
 )
 
 as_root() {
@@ -133,7 +136,8 @@ run_fuzz_targets() {
 case "${1:-}" in
   demo)
     install_missing
-    configure_and_build "$BUILD_DIR"
+    # The tool's target depends on the node and the libraries the emulated device loads.
+    configure_and_build "$BUILD_DIR" oisverify
     "$BUILD_DIR/bin/oisverify" run
     ;;
   test)

@@ -1,4 +1,4 @@
-# Third-party libraries, all from Debian packages: cJSON, Android's liblog and libcutils (headers
+# Third-party libraries, all from Debian packages: cJSON, libpng, Android's liblog and libcutils (headers
 # under /usr/include/android, libraries in the android folder of the multiarch library dir).
 find_package(cJSON REQUIRED)
 if(NOT TARGET cjson)
@@ -16,3 +16,6 @@ foreach(_lib log cutils)
     IMPORTED_LOCATION "${ZELK_ANDROID_${_lib}_LIBRARY}"
     INTERFACE_INCLUDE_DIRECTORIES "${ZELK_ANDROID_INCLUDEDIR}")
 endforeach()
+
+# libpng: the command line's chart picture (and its tests, which decode what it encodes).
+find_package(PNG REQUIRED)

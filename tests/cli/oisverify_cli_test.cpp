@@ -78,11 +78,16 @@ TEST_F(RunSession, DefaultSessionPassesNearItsTruthAndWritesEveryFile)
 
     std::vector<std::string> written;
     ASSERT_TRUE(oisverify::WriteRunOutputs(m_config, m_result, m_verdict, &written));
-    for (const char* pName : { "index.html", "summary.svg", "positions.svg", "positions.csv", "node.log",
+    for (const char* pName : { "index.html", "summary.svg", "chart.svg", "positions.svg", "positions.csv", "node.log",
                                "oisVerify.json", "oisVerify_point_position.txt" })
     {
         EXPECT_FALSE(clitest::ReadText(m_folder / "out/" + pName).empty()) << pName;
     }
+    // The picture of the node's 540-pixel crop carries the centres of the final SR's 31 frames.
+    const std::string chart = clitest::ReadText(m_folder / "out/chart.svg");
+    EXPECT_EQ(clitest::CheckMarkup(chart), "");
+    EXPECT_NE(chart.find("First measured crop, 540 px square"), std::string::npos);
+    EXPECT_EQ(clitest::CountOf(chart, "<circle"), 4u * 31u + 1u) << "31 dots per circle and the legend's";
     EXPECT_NE(clitest::ReadText(m_folder / "out/oisVerify.json").find("\"oisVerifyState\":\t4"), std::string::npos);
     EXPECT_EQ(clitest::CheckMarkup(clitest::ReadText(m_folder / "out/index.html")), "");
     EXPECT_NE(clitest::ReadText(m_folder / "out/node.log").find("algoParaInfo: 1:0:0:120:4:60"), std::string::npos);
@@ -273,6 +278,12 @@ TEST_P(NearestStep, SelectsTheStepNearestTheIdealGainAndPasses)
     EXPECT_NE(html.find("<h2>Calibration</h2>"), std::string::npos);
     EXPECT_EQ(clitest::CheckMarkup(clitest::ReadText(m_folder / "out/calibration.svg")), "");
     EXPECT_EQ(oisverify::ParseCalibrationLog(clitest::ReadText(m_folder / "out/oisGyroGainCalibrate.txt")).size(), 9u);
+    // The persist file as the node left it: the module's record with the selected gains.
+    const std::string persist = clitest::ReadText(m_folder / "out/com.zelk.oiscal.bin");
+    EXPECT_EQ(persist, m_result.calibration.persistBytes);
+    char record[64];
+    snprintf(record, sizeof(record), "ZKSIM0001,%f,%f,", GetParam().selectedX, GetParam().selectedY);
+    EXPECT_NE(persist.find(record), std::string::npos) << persist;
 }
 
 INSTANTIATE_TEST_SUITE_P(Ideals, NearestStep,

@@ -236,8 +236,9 @@ TEST(CalibrationPage, SectionTakesThePlaceOfTheSrTable)
         oisverify::CalibrationSectionHtml(config, result, outcome, oisverify::CalibrationSvg(config, outcome));
     oisverify::Verdict verdict;
     verdict.pass = true;
-    const std::string html = oisverify::SummaryHtml(config, result, verdict, "<svg></svg>", "<svg></svg>",
-                                                    { "calibration.svg" }, section);
+    const std::string html = oisverify::SummaryHtml(config, result, verdict,
+                                                    { "<svg></svg>", "<svg></svg>", "", "no crop", section },
+                                                    { "calibration.svg" });
     EXPECT_EQ(clitest::CheckMarkup(html), "");
     EXPECT_EQ(html.find("<h2>Suppression ratio</h2>"), std::string::npos);
     EXPECT_EQ(clitest::CountOf(html, "<td class=\"good\">"), 4u + 2u) << "gains and SR of the selection, both SRs";

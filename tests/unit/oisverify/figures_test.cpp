@@ -176,7 +176,8 @@ TEST(SummaryPage, IsWellFormedAndCarriesVerdictTableFiguresAndFiles)
     oisverify::Verdict verdict = MakeVerdict(false, "two reasons");
     verdict.reasons            = { "horizontal SR <low>", "vertical SR & low" };
     const std::string  summary = oisverify::SummarySvg(config, result, verdict);
-    const std::string  html    = oisverify::SummaryHtml(config, result, verdict, summary, oisverify::PositionsSvg(result),
+    const std::string  html    = oisverify::SummaryHtml(config, result, verdict,
+                                                        { summary, oisverify::PositionsSvg(result), "", "no crop", "" },
                                                         { "index.html", "oisVerify.json" });
     EXPECT_EQ(clitest::CheckMarkup(html), "");
     EXPECT_NE(html.find("<h1 class=\"fail\">FAIL</h1>"), std::string::npos);

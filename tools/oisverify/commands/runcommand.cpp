@@ -5,7 +5,9 @@
 // figures and a summary page into the output folder. With --calibrate a verification below the
 // limit goes on into the node's gain search, closed through the calibration service, and the
 // verdict is the selected gains'. Exit 0 on PASS, 1 on FAIL or when the session cannot run, 2 for
-// a usage error.
+// a usage error. Ctrl-C, SIGTERM or a closed standard output (SIGPIPE) end streaming early: the
+// device root goes as usual, the output folder gets what the run produced with a note, and the
+// exit status is 128 + the signal (130, 143, 141).
 #include <stdio.h>
 #include <stdlib.h>
 #include <unistd.h>
@@ -17,6 +19,7 @@
 #include "report/runoutput.h"
 #include "report/runreport.h"
 #include "session/runsession.h"
+#include "session/stoprequest.h"
 
 namespace oisverify
 {
@@ -37,8 +40,11 @@ void PrintHelp(const std::vector<OptionSpec>& specs)
            "writes to the persist file. Prints every pair tried, the selected gains against the\n"
            "module's ideal gains and PASS when the selected gains reach the limit.\n\n"
            "Options:\n%s\n"
+           "The output folder holds this run only: a folder of an earlier run is cleared of the files\n"
+           "its list (oisverify-files.txt) names; a non-empty folder without that list is refused.\n\n"
            "Exit status: 0 PASS (with --calibrate: after calibration), 1 FAIL or the session could not\n"
-           "run, 2 usage error.\n",
+           "run, 2 usage error; 130, 143 or 141 when Ctrl-C, SIGTERM or a closed output stopped the run\n"
+           "(the output folder then holds what the run produced and a file INTERRUPTED).\n",
            DescribeOptions(specs).c_str());
 }
 
@@ -46,6 +52,12 @@ int UsageError(const std::string& message)
 {
     fprintf(stderr, "oisverify run: %s\n'oisverify run --help' lists the options.\n", message.c_str());
     return 2;
+}
+
+// Exit status after a run: a stop signal wins over the verdict.
+int RunExitStatus(int verdictStatus)
+{
+    return (StopSignal() != 0) ? StopExitStatus(StopSignal()) : verdictStatus;
 }
 
 } // namespace
@@ -66,6 +78,13 @@ int RunRun(int argc, char** argv, int first)
         return UsageError(error);
     }
 
+    InstallStopHandlers();
+    chihost::Status status = PrepareOutputFolder(config.outDir);
+    if (!status)
+    {
+        fprintf(stderr, "oisverify run: %s\n", status.Message().c_str());
+        return 1;
+    }
     PrintRunHeader(stdout, config);
     if (config.calibration.enabled)
     {
@@ -75,13 +94,12 @@ int RunRun(int argc, char** argv, int first)
     const bool      terminal = isatty(fileno(stdout)) != 0;
     const bool      colour   = terminal && getenv("NO_COLOR") == nullptr;
     ProgressPrinter printer(stdout, terminal && !config.echoLog, config.progressEvery);
-    RunResult       result;
-    chihost::Status status =
-        RunVerification(config, [&printer](const ProgressInfo& info, bool last) { printer(info, last); }, &result);
+    RunResult result;
+    status = RunVerification(config, [&printer](const ProgressInfo& info, bool last) { printer(info, last); }, &result);
     if (!status)
     {
         fprintf(stderr, "oisverify run: %s\n", status.Message().c_str());
-        return 1;
+        return RunExitStatus(1);
     }
     std::vector<std::string> written;
     Verdict                  verdict;
@@ -101,10 +119,16 @@ int RunRun(int argc, char** argv, int first)
     if (!status)
     {
         fprintf(stderr, "oisverify run: %s\n", status.Message().c_str());
-        return 1;
+        return RunExitStatus(1);
     }
     PrintOutputFiles(stdout, config, result, written);
-    return verdict.pass ? 0 : 1;
+    if (result.stopSignal != 0)
+    {
+        fprintf(stderr, "oisverify run: %s; the output folder holds what it produced so far\n",
+                result.stopReason.c_str());
+    }
+    fflush(stdout);
+    return RunExitStatus(verdict.pass ? 0 : 1);
 }
 
 } // namespace oisverify

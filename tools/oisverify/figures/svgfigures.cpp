@@ -33,6 +33,13 @@ constexpr double kPlotTop      = 26.0;
 constexpr double kPlotBottom   = 32.0;
 // Smallest y span shown, so that a nearly still circle is not magnified into noise.
 constexpr double kMinSpanPx = 1.0;
+// The verdict's text in the summary figure: 14 px type at about 7.7 px a character leaves room
+// for 70 characters between the badge and the right edge.
+constexpr double kTextLeft   = 160.0;
+constexpr double kTextSize   = 14.0;
+constexpr double kFirstLineY = 40.0;
+constexpr double kLineHeight = 18.0;
+constexpr size_t kTextColumns = 70;
 
 double Coordinate(const sim::FourCentres& centres, int circle, bool yAxis)
 {
@@ -70,12 +77,11 @@ Panel PanelFrame(SvgDocument& svg, const AxisSpan& frames, const AxisSpan& value
     return p;
 }
 
-AxisSpan ValueRange(const RunResult& result, int circle, bool yAxis, AxisSpan* pFrames)
+AxisSpan ValueRange(const RunResult& result, int circle, bool yAxis)
 {
     AxisSpan values;
     for (const RunFrame& frame : result.frames)
     {
-        pFrames->Add(frame.measured.frameNum);
         // A failed frame's coordinates are whatever the algorithm left; they would stretch the axis.
         if (frame.measured.algoReturn == 0)
         {
@@ -86,9 +92,23 @@ AxisSpan ValueRange(const RunResult& result, int circle, bool yAxis, AxisSpan* p
             values.Add(Coordinate(frame.truth, circle, yAxis));
         }
     }
-    pFrames->Settle(2.0);
-    values.Settle(kMinSpanPx);
     return values;
+}
+
+// The widest of the eight panels' value ranges: every panel shows this many pixels around its own
+// middle, so that a module that blurs 1.5 px and one that blurs 90 px look as different as they are.
+double CommonSpan(const RunResult& result)
+{
+    double span = 0.0;
+    for (int circle = 0; circle < 4; circle++)
+    {
+        for (bool yAxis : { false, true })
+        {
+            const AxisSpan values = ValueRange(result, circle, yAxis);
+            span                  = (values.high >= values.low) ? std::max(span, values.high - values.low) : span;
+        }
+    }
+    return span;
 }
 
 void DrawSeries(SvgDocument& svg, const RunResult& result, const Panel& p, int circle, bool yAxis,
@@ -126,10 +146,23 @@ void DrawSeries(SvgDocument& svg, const RunResult& result, const Panel& p, int c
     svg.EndGroup();
 }
 
-void DrawPanel(SvgDocument& svg, const RunResult& result, int circle, bool yAxis, double left, double top)
+void DrawPanel(SvgDocument& svg, const RunResult& result, int circle, bool yAxis, double span, double left,
+               double top)
 {
-    AxisSpan             frames;
-    const AxisSpan       values = ValueRange(result, circle, yAxis, &frames);
+    AxisSpan frames;
+    for (const RunFrame& frame : result.frames)
+    {
+        frames.Add(frame.measured.frameNum);
+    }
+    frames.Settle(2.0);
+    AxisSpan values = ValueRange(result, circle, yAxis);
+    if (values.high >= values.low)
+    {
+        const double middle = 0.5 * (values.low + values.high);
+        values.low          = middle - 0.5 * span;
+        values.high         = middle + 0.5 * span;
+    }
+    values.Settle(kMinSpanPx);
     const std::string id     = std::string(kCircleNames[circle]) + (yAxis ? "-y" : "-x");
     svg.BeginGroup(id);
     const Panel p = PanelFrame(svg, frames, values, left, top,
@@ -175,36 +208,40 @@ std::string DbText(float value)
     return isfinite(value) ? ShortNumber(value, 2) + " dB" : (isnan(value) ? "NaN" : "inf dB");
 }
 
-void DrawBadge(SvgDocument& svg, const Verdict& verdict)
+// The badge and the verdict's text beside it: the headline and, when there are several, every
+// reason, wrapped to the figure's width.
+void DrawBadge(SvgDocument& svg, const Verdict& verdict, const std::vector<std::string>& lines)
 {
     svg.Rect(20, 20, 120, 56, verdict.pass ? kPassColour : kFailedColour, "rx=\"8\"");
     svg.Text(80, 58, verdict.pass ? "PASS" : "FAIL", 30, "middle", "fill=\"#ffffff\" font-weight=\"bold\"");
-    // The headline, wrapped at word boundaries into at most three lines.
-    std::vector<std::string> lines(1);
-    std::string              word;
-    for (size_t i = 0; i <= verdict.headline.size(); i++)
+    svg.BeginGroup("verdict-text");
+    for (size_t i = 0; i < lines.size(); i++)
     {
-        const char c = (i < verdict.headline.size()) ? verdict.headline[i] : ' ';
-        if (c != ' ')
-        {
-            word.push_back(c);
-            continue;
-        }
-        if (lines.back().size() + word.size() > 68 && !lines.back().empty())
-        {
-            lines.push_back("");
-        }
-        lines.back() += (lines.back().empty() ? "" : " ") + word;
-        word.clear();
+        svg.Text(kTextLeft, kFirstLineY + kLineHeight * i, lines[i], kTextSize);
     }
-    for (size_t i = 0; i < lines.size() && i < 3; i++)
-    {
-        svg.Text(160, 40 + 18.0 * i, lines[i], 14);
-    }
+    svg.EndGroup();
 }
 
-// One bar per axis on a dB scale wide enough for the limit and every SR, in steps of 5 dB.
-void DrawSrBars(SvgDocument& svg, const RunConfig& config, const std::vector<SrBar>& bars)
+std::vector<std::string> VerdictLines(const Verdict& verdict)
+{
+    std::vector<std::string> lines = WrapText(verdict.headline, kTextColumns);
+    if (verdict.reasons.size() > 1)
+    {
+        for (const std::string& reason : verdict.reasons)
+        {
+            const std::vector<std::string> wrapped = WrapText(reason, kTextColumns - 2);
+            for (size_t i = 0; i < wrapped.size(); i++)
+            {
+                lines.push_back((i == 0 ? "- " : "  ") + wrapped[i]);
+            }
+        }
+    }
+    return lines;
+}
+
+// One bar per axis on a dB scale wide enough for the limit and every SR, in steps of 5 dB. top:
+// the baseline of the limit's label, the highest thing drawn.
+void DrawSrBars(SvgDocument& svg, const RunConfig& config, const std::vector<SrBar>& bars, double top)
 {
     double high = std::max(30.0, config.srLimitDb + 6.0);
     double low  = std::min(0.0, config.srLimitDb - 6.0);
@@ -220,7 +257,7 @@ void DrawSrBars(SvgDocument& svg, const RunConfig& config, const std::vector<SrB
     for (size_t axis = 0; axis < bars.size() && axis < 2; axis++)
     {
         const SrBar& bar = bars[axis];
-        const double y   = 110 + 50.0 * axis;
+        const double y   = top + 18 + 50.0 * axis;
         svg.BeginGroup(bar.id);
         svg.Text(120, y + 19, bar.name, 13, "end");
         svg.Rect(x(low), y, clamp(bar.srDb) - x(low), 28, bar.srDb >= config.srLimitDb ? kPassColour : kFailedColour,
@@ -234,14 +271,16 @@ void DrawSrBars(SvgDocument& svg, const RunConfig& config, const std::vector<SrB
         }
         svg.EndGroup();
     }
-    svg.Line(x(config.srLimitDb), 96, x(config.srLimitDb), 206, kMutedColour, 1.5, "stroke-dasharray=\"5,4\"");
-    svg.Text(x(config.srLimitDb), 92, "limit " + DbText(static_cast<float>(config.srLimitDb)), 11, "middle");
+    svg.Line(x(config.srLimitDb), top + 4, x(config.srLimitDb), top + 114, kMutedColour, 1.5,
+             "stroke-dasharray=\"5,4\"");
+    svg.Text(x(config.srLimitDb), top, "limit " + DbText(static_cast<float>(config.srLimitDb)), 11, "middle",
+             "id=\"limit-label\"");
     for (double tick : NiceTicks(low, high, 8))
     {
-        svg.Line(x(tick), 210, x(tick), 214, kMutedColour);
-        svg.Text(x(tick), 228, ShortNumber(tick, 1), 10, "middle");
+        svg.Line(x(tick), top + 118, x(tick), top + 122, kMutedColour);
+        svg.Text(x(tick), top + 136, ShortNumber(tick, 1), 10, "middle");
     }
-    svg.Text(680, 244, "SR, dB", 10, "end");
+    svg.Text(680, top + 152, "SR, dB", 10, "end");
 }
 
 } // namespace
@@ -251,18 +290,20 @@ std::string PositionsSvg(const RunResult& result)
     const double width  = 2 * kPanelWidth + 3 * kPanelGap;
     const double height = kHeaderHeight + 4 * kPanelHeight + kPanelGap;
     SvgDocument  svg(width, height, "Circle centres per frame");
-    svg.Text(kPanelGap, 24, "Circle centres per frame, crop pixels", 16, "start", "font-weight=\"bold\"");
+    svg.Text(kPanelGap, 24, "Circle centres per frame, crop pixels, one scale on every panel", 16, "start",
+             "font-weight=\"bold\"");
     if (result.frames.empty())
     {
         svg.Text(kPanelGap, 50, "The node measured no frames.", 13);
         return svg.Finish();
     }
     DrawLegend(svg, result.frames.front().hasTruth);
+    const double span = CommonSpan(result);
     for (int circle = 0; circle < 4; circle++)
     {
         for (int axis = 0; axis < 2; axis++)
         {
-            DrawPanel(svg, result, circle, axis == 1, kPanelGap + axis * (kPanelWidth + kPanelGap),
+            DrawPanel(svg, result, circle, axis == 1, span, kPanelGap + axis * (kPanelWidth + kPanelGap),
                       kHeaderHeight + circle * kPanelHeight);
         }
     }
@@ -282,17 +323,61 @@ std::string SummarySvg(const RunConfig& config, const RunResult& result, const V
 
 std::string SummarySvg(const RunConfig& config, const std::vector<SrBar>& bars, const Verdict& verdict)
 {
-    SvgDocument svg(720, 250, verdict.pass ? "PASS" : "FAIL");
-    DrawBadge(svg, verdict);
+    const std::vector<std::string> lines = VerdictLines(verdict);
+    // The limit's label sits a clear line below the verdict's text, however many lines that took.
+    const double textBottom = std::max(76.0, kFirstLineY + kLineHeight * (lines.size() - 1) + 6.0);
+    const double top        = textBottom + 16.0;
+    SvgDocument  svg(720, top + (bars.empty() ? 60.0 : 158.0), verdict.pass ? "PASS" : "FAIL");
+    DrawBadge(svg, verdict, lines);
     if (!bars.empty())
     {
-        DrawSrBars(svg, config, bars);
+        DrawSrBars(svg, config, bars, top);
     }
     else
     {
-        svg.Text(20, 130, "The node published no SR.", 14, "start", "fill-opacity=\"0.8\"");
+        svg.Text(20, top + 38, "The node published no SR.", 14, "start", "fill-opacity=\"0.8\"");
     }
     return svg.Finish();
+}
+
+std::vector<std::string> WrapText(const std::string& text, size_t columns)
+{
+    std::vector<std::string> lines(1);
+    std::string              word;
+    const auto               place = [&]() {
+        // A word longer than a line (a path, say) is cut into line-long pieces.
+        while (word.size() > columns)
+        {
+            if (!lines.back().empty())
+            {
+                lines.push_back("");
+            }
+            lines.back() = word.substr(0, columns);
+            word.erase(0, columns);
+            lines.push_back("");
+        }
+        if (!lines.back().empty() && lines.back().size() + 1 + word.size() > columns)
+        {
+            lines.push_back("");
+        }
+        lines.back() += (lines.back().empty() || word.empty() ? "" : " ") + word;
+        word.clear();
+    };
+    for (char c : text)
+    {
+        if (c == ' ' || c == '\n')
+        {
+            place();
+            continue;
+        }
+        word.push_back(c);
+    }
+    place();
+    while (lines.size() > 1 && lines.back().empty())
+    {
+        lines.pop_back();
+    }
+    return lines;
 }
 
 } // namespace oisverify

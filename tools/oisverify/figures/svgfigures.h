@@ -1,8 +1,11 @@
 // The two figures of a run. The positions figure shows, for each of the four circles, its x and
 // y centre against the frame number: the node's measurements as dots, the simulator's truth as a
 // line, failed frames as red marks and the frames the final SR was taken over as a shaded band.
-// The summary figure is the verdict at a glance: a PASS/FAIL badge and one bar per axis with the
-// node's SR, the true SR marked on it and the limit as a dashed line.
+// Every panel shows the same number of pixels (the widest panel's range) around its own middle,
+// so a module that blurs 1.5 px and one that blurs 90 px look as different as they are.
+// The summary figure is the verdict at a glance: a PASS/FAIL badge with the verdict's text
+// wrapped beside it (the figure grows to fit every line), and one bar per axis with the node's
+// SR, the true SR marked on it and the limit as a dashed line.
 #ifndef ZELK_TOOLS_OISVERIFY_SVGFIGURES_H
 #define ZELK_TOOLS_OISVERIFY_SVGFIGURES_H
 
@@ -34,6 +37,9 @@ struct SrBar
 std::string SummarySvg(const RunConfig& config, const RunResult& result, const Verdict& verdict);
 // Any two bars (e.g. the SR of a calibration's selected gains per gyro axis); none: "no SR".
 std::string SummarySvg(const RunConfig& config, const std::vector<SrBar>& bars, const Verdict& verdict);
+
+// Words of text in lines of at most `columns` characters; a longer word is cut into pieces.
+std::vector<std::string> WrapText(const std::string& text, size_t columns);
 
 } // namespace oisverify
 

@@ -154,6 +154,14 @@ void SvgDocument::Polyline(const std::vector<std::pair<double, double>>& points,
               Coord(strokeWidth) + "\"" + (extra.empty() ? "" : " " + extra) + "/>\n";
 }
 
+void SvgDocument::Image(double x, double y, double width, double height, const std::string& href,
+                        const std::string& extra)
+{
+    m_body += "<image x=\"" + Coord(x) + "\" y=\"" + Coord(y) + "\" width=\"" + Coord(width) + "\" height=\"" +
+              Coord(height) + "\" preserveAspectRatio=\"none\" image-rendering=\"pixelated\" href=\"" +
+              XmlEscape(href) + "\"" + (extra.empty() ? "" : " " + extra) + "/>\n";
+}
+
 void SvgDocument::Text(double x, double y, const std::string& text, double size, const std::string& anchor,
                        const std::string& extra)
 {

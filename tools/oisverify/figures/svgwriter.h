@@ -54,6 +54,9 @@ public:
     void Circle(double cx, double cy, double r, const std::string& fill, const std::string& extra = "");
     void Polyline(const std::vector<std::pair<double, double>>& points, const std::string& stroke,
                   double strokeWidth, const std::string& extra = "");
+    // A raster image (href: a URL, e.g. a data: URI), drawn with its pixels kept sharp.
+    void Image(double x, double y, double width, double height, const std::string& href,
+               const std::string& extra = "");
     // anchor: start, middle or end; extra: further attributes, e.g. font-weight="bold".
     void Text(double x, double y, const std::string& text, double size = 12.0, const std::string& anchor = "start",
               const std::string& extra = "");

@@ -22,7 +22,8 @@ const char kStyle[] =
     "th:first-child,td:first-child{text-align:left}table.params td{text-align:left}"
     "td.bad{color:#cf222e;font-weight:bold}td.good{color:#1a7f37;font-weight:bold}"
     ".headline{font-size:18px;vertical-align:middle}figure{margin:12px 0}svg{max-width:100%;height:auto}"
-    "code{background:#f6f8fa;padding:1px 4px}";
+    "code{background:#f6f8fa;padding:1px 4px}"
+    "p.interrupted{background:#fff8c5;border:1px solid #d4a72c;border-radius:6px;padding:8px 12px}";
 
 std::string Fixed(double value, const char* pUnit)
 {
@@ -142,24 +143,31 @@ std::vector<std::pair<std::string, std::string>> RunParameters(const RunConfig& 
 }
 
 std::string SummaryHtml(const RunConfig& config, const RunResult& result, const Verdict& verdict,
-                        const std::string& summarySvg, const std::string& positionsSvg,
-                        const std::vector<std::string>& files, const std::string& calibrationSection)
+                        const PageFigures& figures, const std::vector<std::string>& files)
 {
     const char* pWord = verdict.pass ? "PASS" : "FAIL";
     std::string html  = "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\"/>\n";
     html += "<title>oisverify run: " + std::string(pWord) + "</title>\n<style>" + kStyle + "</style>\n</head>\n<body>\n";
     html += "<h1 class=\"" + std::string(verdict.pass ? "pass" : "fail") + "\">" + pWord + "</h1>";
     html += "<span class=\"headline\">" + XmlEscape(verdict.headline) + "</span>\n";
+    if (result.stopSignal != 0)
+    {
+        html += "<p class=\"interrupted\" id=\"interrupted\"><strong>Interrupted.</strong> The run was " +
+                XmlEscape(result.stopReason) + "; this page and the files below hold what it produced until then.</p>\n";
+    }
     if (verdict.reasons.size() > 1)
     {
         html += List(verdict.reasons, false);
     }
-    if (calibrationSection.empty())
+    if (figures.calibrationSection.empty())
     {
         html += "<h2>Suppression ratio</h2>\n" + SrTable(config, result);
     }
-    html += "<figure>\n" + summarySvg + "</figure>\n" + calibrationSection;
-    html += "<h2>Circle positions</h2>\n<figure>\n" + positionsSvg + "</figure>\n";
+    html += "<figure>\n" + figures.summarySvg + "</figure>\n" + figures.calibrationSection;
+    html += "<h2>Chart</h2>\n";
+    html += figures.chartSvg.empty() ? "<p>" + XmlEscape(figures.chartNote) + "</p>\n"
+                                     : "<figure>\n" + figures.chartSvg + "</figure>\n";
+    html += "<h2>Circle positions</h2>\n<figure>\n" + figures.positionsSvg + "</figure>\n";
     html += "<h2>Parameters</h2>\n<table class=\"params\">\n";
     for (const auto& row : RunParameters(config, result))
     {

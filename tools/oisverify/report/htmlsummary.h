@@ -1,5 +1,6 @@
-// The run's index.html: the verdict, the SR table (node against truth), the parameters of the
-// session, both figures inlined and links to every file in the output folder. One self-contained
+// The run's index.html: the verdict (and a note when a signal cut the run short), the SR table
+// (node against truth), the figures and the chart picture inlined, the parameters of the session
+// and links to every file in the output folder. One self-contained
 // page, written as well-formed XHTML-style markup so that it also parses as XML.
 #ifndef ZELK_TOOLS_OISVERIFY_HTMLSUMMARY_H
 #define ZELK_TOOLS_OISVERIFY_HTMLSUMMARY_H
@@ -18,11 +19,20 @@ namespace oisverify
 // The session's parameters as (name, value) rows, in the order a reader wants them.
 std::vector<std::pair<std::string, std::string>> RunParameters(const RunConfig& config, const RunResult& result);
 
-// calibrationSection: a calibration run's section (see calibrationreport.h), which takes the place
-// of the SR table: the node's last SR there belongs to the last gain it tried.
+// What the page shows besides the tables, each inlined as it is.
+struct PageFigures
+{
+    std::string summarySvg;
+    std::string positionsSvg;
+    std::string chartSvg;  // empty: chartNote says why there is no picture
+    std::string chartNote;
+    // A calibration run's section (see calibrationreport.h), which takes the place of the SR
+    // table: the node's last SR there belongs to the last gain it tried.
+    std::string calibrationSection;
+};
+
 std::string SummaryHtml(const RunConfig& config, const RunResult& result, const Verdict& verdict,
-                        const std::string& summarySvg, const std::string& positionsSvg,
-                        const std::vector<std::string>& files, const std::string& calibrationSection = "");
+                        const PageFigures& figures, const std::vector<std::string>& files);
 
 } // namespace oisverify
 

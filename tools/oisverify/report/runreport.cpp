@@ -25,6 +25,7 @@ struct FileNote
 const FileNote kFileNotes[] = {
     { "index.html", "summary page: verdict, SR table, parameters and plots" },
     { "summary.svg", "SR per axis against the limit" },
+    { "chart.svg", "the first measured crop with the measured centres and their spread" },
     { "positions.svg", "circle centres per frame, measured and true" },
     { "positions.csv", "circle centres per frame as numbers" },
     { "node.log", "the node's log" },
@@ -33,6 +34,8 @@ const FileNote kFileNotes[] = {
     { "oisverify_crop.yuv", "the first measured crop (grey-chroma NV12)" },
     { "oisGyroGainCalibrate.txt", "the node's calibration log" },
     { "calibration.svg", "SR against gyro gain per axis: every pair the search tried" },
+    { "com.zelk.oiscal.bin", "the persist file as the calibration left it" },
+    { "INTERRUPTED", "why the run stopped early; the files hold what it produced until then" },
 };
 
 const char* FileWhat(const std::string& name)

@@ -13,6 +13,7 @@ namespace oisverify
 
 const char* const kDefaultGainProperty = "persist.vendor.camera.oisgyrogain.w";
 const char* const kDefaultGainText     = "1.000000,1.000000";
+const char* const kNodeLibraryName     = "com.zelk.node.zelkoisverify.so";
 
 std::vector<OptionSpec> DeviceOptionSpecs()
 {
@@ -37,6 +38,20 @@ std::string ExecutableDirectory()
     }
     std::string exe(path, static_cast<size_t>(length));
     return exe.substr(0, exe.find_last_of('/'));
+}
+
+std::string DefaultNodeLibraryPath(const std::string& executableDirectory)
+{
+    const char* const kFolders[] = { "/../lib/oisverify/", "/../lib/" };
+    for (const char* pFolder : kFolders)
+    {
+        const std::string path = executableDirectory + pFolder + kNodeLibraryName;
+        if (access(path.c_str(), F_OK) == 0)
+        {
+            return path;
+        }
+    }
+    return executableDirectory + kFolders[0] + kNodeLibraryName;
 }
 
 EmulatedDevice::~EmulatedDevice()
@@ -135,8 +150,7 @@ chihost::Status ReadDeviceOptions(const Arguments& arguments, DeviceRequest* pRe
         }
         pRequest->host.eepromCustomInfo.push_back({ entry.first, static_cast<UINT32>(value) });
     }
-    pRequest->nodeLibraryPath =
-        arguments.Value("node", ExecutableDirectory() + "/../lib/com.zelk.node.zelkoisverify.so");
+    pRequest->nodeLibraryPath = arguments.Value("node", DefaultNodeLibraryPath(ExecutableDirectory()));
     return chihost::Status::Ok();
 }
 
@@ -145,7 +159,7 @@ chihost::Status ResolveNodeLibrary(std::string* pPath)
     char resolved[PATH_MAX];
     if (realpath(pPath->c_str(), resolved) == nullptr)
     {
-        return chihost::Status::Error("node library not found: " + *pPath);
+        return chihost::Status::Error("node library not found: " + *pPath + " (--node names another)");
     }
     *pPath = resolved;
     return chihost::Status::Ok();

@@ -55,8 +55,13 @@ private:
     chihost::HostSession m_session;
 };
 
-// Directory of the running executable; the node library is found beside it in ../lib.
+// Directory of the running executable (from /proc/self/exe, so symbolic links to the tool work).
 std::string ExecutableDirectory();
+
+extern const char* const kNodeLibraryName;
+// The node library relative to the tool: ../lib/oisverify/ in an installed prefix, ../lib/ in the
+// build tree; the installed place when neither holds it.
+std::string DefaultNodeLibraryPath(const std::string& executableDirectory);
 
 } // namespace oisverify
 

@@ -14,6 +14,7 @@
 #include "cli/calibrationoptions.h"
 #include "chihost/emulator/nodesession.h"
 #include "session/framesources.h"
+#include "session/stoprequest.h"
 #include "sim/debugimages.h"
 #include "simframesource.h"
 #include "verdict/calibrationresult.h"
@@ -212,6 +213,11 @@ chihost::Status SessionRunner::StartService()
     bool        told = false;
     while (!m_loop->Start(&error, socket))
     {
+        if (StopSignal() != 0)
+        {
+            return chihost::Status::Error("interrupted by " + DescribeStopSignal(StopSignal()) +
+                                          " while waiting for the calibration service's socket name");
+        }
         if (std::chrono::steady_clock::now() >= deadline)
         {
             return chihost::Status::Error("cannot start the calibration service after waiting " +
@@ -279,6 +285,13 @@ void SessionRunner::Stream(const ProgressSink& progress)
     chihost::RequestRecord  record;
     while (m_result.requests < maxRequests)
     {
+        if (StopSignal() != 0)
+        {
+            m_result.stopSignal = StopSignal();
+            m_result.stopReason = "interrupted by " + DescribeStopSignal(m_result.stopSignal) + " after " +
+                                  std::to_string(m_result.requests) + " frames, before the node reached a verdict";
+            break;
+        }
         if (m_config.source == FrameSource::Replay && m_result.requests >= m_replay.Count())
         {
             m_result.stopReason = "the replay folder ran out after " + std::to_string(m_replay.Count()) +
@@ -378,6 +391,8 @@ void SessionRunner::CollectCalibration(const fs::path& nodeOutput)
     {
         artifacts.persistRead = OISCalibrationFile::ReadPersistLines(pFile, &artifacts.persistLines);
         fclose(pFile);
+        artifacts.hasPersistFile = true;
+        artifacts.persistBytes   = ReadFile(persist.string());
     }
 }
 

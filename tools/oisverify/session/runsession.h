@@ -71,6 +71,8 @@ struct CalibrationArtifacts
     std::string                         calibLogText;
     bool                                persistRead = false; // false: the node never wrote the file
     std::vector<OISPersistLine>         persistLines;
+    bool                                hasPersistFile = false; // the file existed as the session ended
+    std::string                         persistBytes;           // its bytes, copied into the output folder
     std::vector<simsource::AppliedGain> applied; // gains the module took, in order
     uint64_t                            reloads = 0;
     // The simulator's SR per image axis over one measurement on the gains the module took last
@@ -96,6 +98,7 @@ struct RunResult
     TrueSuppression        suppression; // of the shake applied, over the same frames as the truth
     ReferenceResult        reference;   // the OIS-off session run first with a reference
     std::string            stopReason; // why streaming stopped before a final state
+    int                    stopSignal = 0; // the signal that ended streaming early (stoprequest.h), or 0
     std::string            logText;    // the node's log
     std::vector<std::string> nodeFiles; // what the node wrote, copied into the output folder
     CalibrationArtifacts     calibration;
