@@ -157,9 +157,10 @@ std::string ValidateScenario(const Scenario& s)
     {
         return "crop larger than the frame";
     }
-    if (!(sensor.readoutS >= 0.0) || sensor.readoutS > 1.0 / sensor.frameRateHz)
+    // A readout longer than the frame period is usable: the simulator shortens it to the period.
+    if (!(sensor.readoutS >= 0.0) || std::isinf(sensor.readoutS))
     {
-        return "rolling-shutter readout negative or longer than the frame period";
+        return "rolling-shutter readout negative or not finite";
     }
     if (!(s.ois.servoBandwidthHz >= 0.0) || !(s.ois.servoDampingRatio > 0.0) ||
         !(s.ois.strokeLimitPx >= 0.0))

@@ -266,10 +266,11 @@ TEST(ModuleScenario, OutOfRangeEffectsAreNamed)
 {
     sim::Scenario s = sim::OisOnScenario(1.0, 1.0);
     EXPECT_EQ(sim::ValidateScenario(s), "");
-    s.sensor.readoutS = 0.02; // longer than a 60 fps frame
-    EXPECT_EQ(sim::ValidateScenario(s),
-              "rolling-shutter readout negative or longer than the frame period");
+    s.sensor.readoutS = 0.02; // longer than a 60 fps frame: shortened to the frame period
+    EXPECT_EQ(sim::ValidateScenario(s), "");
     EXPECT_DOUBLE_EQ(sim::Simulator(s).GetScenario().sensor.readoutS, 1.0 / 60.0);
+    s.sensor.readoutS = -0.001;
+    EXPECT_EQ(sim::ValidateScenario(s), "rolling-shutter readout negative or not finite");
     s.sensor.readoutS       = 0.0;
     s.ois.servoDampingRatio = 0.0;
     EXPECT_EQ(sim::ValidateScenario(s), "servo bandwidth, damping ratio or stroke limit out of range");
