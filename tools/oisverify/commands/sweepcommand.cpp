@@ -143,6 +143,9 @@ int RunFrequencySweep(int argc, char** argv, int first, const Arguments& argumen
     }
     const RunConfig& base = points.front().config;
     PrintRunHeader(stdout, base);
+    // The header shows the first point; the sweep goes on from there.
+    printf("  sweep         %zu shake frequencies from %u to %u Hz, one session each\n", points.size(),
+           points.front().frequencyHz, points.back().frequencyHz);
     bool allPass = true;
     for (SweepPoint& point : points)
     {
