@@ -1,6 +1,7 @@
 // Per-frame cost of the measurement path on one core: a plain read of a crop's bytes (the floor
 // any measurement pays), the node's centre crop out of a camera frame, the four-circle measurement
-// of the crop, and both together; plus the time the simulator takes to render a frame. When OpenCV
+// of the crop, and both together; plus the time the simulator takes to render a frame.
+//   measurement_bench --benchmark_filter=Render When OpenCV
 // is found, opencv_bench.cpp adds its two circle detectors on the same crops to this program.
 //   measurement_bench --benchmark_filter=Measure
 #include "benchframes.h"
@@ -84,10 +85,32 @@ void CropAndMeasure(benchmark::State& state)
     }
 }
 
+// One 1440 x 1080 NV12 frame of the default session (OIS on at the ideal gain, or off), by the
+// cached path the sessions use or by the full evaluation of every pixel, with the default rolling
+// shutter or a global one.
 void RenderFrame(benchmark::State& state)
 {
-    sim::Scenario        s = state.range(0) ? sim::OisOffScenario() : sim::OisOnScenario(1.0, 1.0);
+    sim::Scenario s     = state.range(0) ? sim::OisOffScenario() : sim::OisOnScenario(1.0, 1.0);
+    s.sensor.readoutS   = state.range(2) ? s.sensor.readoutS : 0.0;
+    const auto path     = state.range(1) ? sim::Simulator::RenderPath::Full
+                                         : sim::Simulator::RenderPath::Cached;
     const sim::Simulator simulator(s);
+    sim::Nv12Image       frame;
+    simulator.Render(0, frame);
+    uint32_t index = 0;
+    for (auto _ : state)
+    {
+        simulator.RenderLuma(index++, frame.Luma(), frame.stride, path);
+        benchmark::DoNotOptimize(frame.data.data());
+    }
+    state.counters["fps"] =
+        benchmark::Counter(static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
+}
+
+// The whole NV12 buffer as a frame source fills it: luma by the cached path, chroma and padding.
+void RenderNv12Frame(benchmark::State& state)
+{
+    const sim::Simulator simulator(sim::OisOnScenario(1.0, 1.0));
     sim::Nv12Image       frame;
     uint32_t             index = 0;
     for (auto _ : state)
@@ -95,15 +118,17 @@ void RenderFrame(benchmark::State& state)
         simulator.Render(index++, frame);
         benchmark::DoNotOptimize(frame.data.data());
     }
-    state.counters["fps"] =
-        benchmark::Counter(static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
 }
 
 BENCHMARK(PlainRead)->Arg(540)->Arg(720)->Unit(benchmark::kMicrosecond);
 BENCHMARK(CentreCrop)->Arg(540)->Arg(720)->Unit(benchmark::kMicrosecond);
 BENCHMARK(Measure)->Arg(540)->Arg(720)->Unit(benchmark::kMicrosecond);
 BENCHMARK(CropAndMeasure)->Arg(540)->Arg(720)->Unit(benchmark::kMicrosecond);
-BENCHMARK(RenderFrame)->ArgName("oisOff")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(RenderFrame)
+    ->ArgNames({"oisOff", "full", "rolling"})
+    ->ArgsProduct({{0, 1}, {0, 1}, {0, 1}})
+    ->Unit(benchmark::kMicrosecond);
+BENCHMARK(RenderNv12Frame)->Unit(benchmark::kMicrosecond);
 
 } // namespace
 

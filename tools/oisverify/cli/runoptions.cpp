@@ -23,7 +23,8 @@ namespace
 
 // Options that describe the simulated module and table; recorded frames have neither.
 const char* const kSimulatorOptions[] = { "gain", "ideal-gain", "ois-off", "amplitude", "noise", "seed",
-                                          "debug-images", "swap-axes", "reference" };
+                                          "debug-images", "swap-axes", "reference", "servo-bandwidth",
+                                          "servo-damping", "stroke", "readout-ms" };
 // Options composed into vendor.debug.camera.oisAlgoPara.
 const char* const kAlgoParaOptions[] = { "freq", "fps", "drop", "debug-images", "dump-images" };
 
@@ -75,6 +76,19 @@ bool CheckConflicts(OptionReader& reader, const chihost::NameValueList& userProp
     return true;
 }
 
+// The module's servo, stroke and the sensor's rolling shutter (milliseconds on the command line).
+bool ReadModuleEffects(OptionReader& reader, sim::Scenario* pScenario)
+{
+    sim::OisModuleConfig& ois       = pScenario->ois;
+    double                readoutMs = pScenario->sensor.readoutS * 1000.0;
+    const bool            ok        = reader.Number("servo-bandwidth", 0.0, 1e6, &ois.servoBandwidthHz) &&
+                        reader.Number("servo-damping", 0.01, 100.0, &ois.servoDampingRatio) &&
+                        reader.Number("stroke", 0.0, 1e5, &ois.strokeLimitPx) &&
+                        reader.Number("readout-ms", 0.0, 1000.0, &readoutMs);
+    pScenario->sensor.readoutS = readoutMs / 1000.0;
+    return ok;
+}
+
 bool ReadScenario(OptionReader& reader, sim::Scenario* pScenario)
 {
     sim::OisModuleConfig& ois   = pScenario->ois;
@@ -84,7 +98,7 @@ bool ReadScenario(OptionReader& reader, sim::Scenario* pScenario)
            reader.Pair("ideal-gain", 0.01, 10.0, &ois.idealGainX, &ois.idealGainY) &&
            reader.Pair("amplitude", 0.0, 1000.0, &shake.amplitudeXPx, &shake.amplitudeYPx) &&
            reader.Number("noise", 0.0, 50.0, &pScenario->sensor.noiseStdDn) &&
-           reader.Whole("seed", 0, UINT64_MAX, &pScenario->sensor.seed);
+           reader.Whole("seed", 0, UINT64_MAX, &pScenario->sensor.seed) && ReadModuleEffects(reader, pScenario);
 }
 
 bool ReadLayout(const Arguments& arguments, OptionReader& reader, FrameLayout* pLayout)
@@ -286,9 +300,14 @@ std::vector<OptionSpec> RunOptionSpecs()
         { "ois-off", false, false, "", "switch the simulated OIS off (about 4 dB)" },
         { "amplitude", true, false, "PX[,PY]", "shake amplitude peak to peak on the crop (default 181.248)" },
         { "freq", true, false, "HZ", "shake frequency, whole Hz (default 4)" },
+        { "sweep-freq", true, false, "LIST", "run once per shake frequency (2,4,8 or 1-12 or 2-20/2), plot SR against it" },
         { "fps", true, false, "N", "frame rate (default 60)" },
         { "drop", true, false, "N", "frames the node drops before measuring (default 120; 0 with --replay of NV12 frames)" },
         { "noise", true, false, "DN", "sensor read noise, standard deviation in luma steps (default 2.0)" },
+        { "servo-bandwidth", true, false, "HZ", "-3 dB bandwidth of the lens servo (default 1000; 0: ideal)" },
+        { "servo-damping", true, false, "ZETA", "damping ratio of the lens servo (default 0.707)" },
+        { "stroke", true, false, "PX", "lens stroke limit each way, crop pixels (default 150; 0: none)" },
+        { "readout-ms", true, false, "MS", "rolling-shutter readout of the frame (default 4; 0: global shutter)" },
         { "size", true, false, "WxH", "frame size, 4:3 or 16:9 (default 1440x1080)" },
         { "stride", true, false, "BYTES", "bytes per row of the frames (default: the width)" },
         { "scanline", true, false, "ROWS", "rows of the luma plane (default: the height)" },

@@ -6,9 +6,13 @@
 namespace oisverify
 {
 
+class Arguments;
+
 int RunInfo(int argc, char** argv, int first);
 int RunRun(int argc, char** argv, int first);
 int RunPersist(int argc, char** argv, int first);
+// "run --sweep-freq": the run once per listed frequency; `arguments` are the run's, parsed.
+int RunFrequencySweep(int argc, char** argv, int first, const Arguments& arguments);
 
 } // namespace oisverify
 

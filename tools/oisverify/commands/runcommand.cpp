@@ -73,7 +73,15 @@ int RunRun(int argc, char** argv, int first)
     Arguments   arguments;
     RunConfig   config;
     std::string error;
-    if (!arguments.Parse(argc, argv, first, specs, &error) || !ParseRunConfig(arguments, &config, &error))
+    if (!arguments.Parse(argc, argv, first, specs, &error))
+    {
+        return UsageError(error);
+    }
+    if (arguments.Has("sweep-freq"))
+    {
+        return RunFrequencySweep(argc, argv, first, arguments);
+    }
+    if (!ParseRunConfig(arguments, &config, &error))
     {
         return UsageError(error);
     }
