@@ -8,13 +8,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "calibrationresult.h"
+#include "verdict/calibrationresult.h"
 #include "chihost/services/calibrationservice.h"
 #include "clitestsupport.h"
-#include "runoptions.h"
-#include "runoutput.h"
-#include "runreport.h"
-#include "runsession.h"
+#include "cli/runoptions.h"
+#include "report/runoutput.h"
+#include "report/runreport.h"
+#include "session/runsession.h"
 #include "sim/simulator.h"
 
 namespace

@@ -5,12 +5,12 @@
 
 #include <stdlib.h>
 
-#include "calibrationfigure.h"
-#include "calibrationreport.h"
-#include "calibrationresult.h"
+#include "figures/calibrationfigure.h"
+#include "report/calibrationreport.h"
+#include "verdict/calibrationresult.h"
 #include "clitestsupport.h"
-#include "htmlsummary.h"
-#include "runoptions.h"
+#include "report/htmlsummary.h"
+#include "cli/runoptions.h"
 
 namespace
 {

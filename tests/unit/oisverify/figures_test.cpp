@@ -5,10 +5,10 @@
 #include <math.h>
 
 #include "clitestsupport.h"
-#include "htmlsummary.h"
-#include "runoutput.h"
-#include "svgfigures.h"
-#include "svgwriter.h"
+#include "report/htmlsummary.h"
+#include "report/runoutput.h"
+#include "figures/svgfigures.h"
+#include "figures/svgwriter.h"
 
 namespace
 {

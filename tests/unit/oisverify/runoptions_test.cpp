@@ -4,9 +4,9 @@
 // service and the simulated module.
 #include <gtest/gtest.h>
 
-#include "calibrationoptions.h"
-#include "runoptions.h"
-#include "runreport.h"
+#include "cli/calibrationoptions.h"
+#include "cli/runoptions.h"
+#include "report/runreport.h"
 
 namespace
 {

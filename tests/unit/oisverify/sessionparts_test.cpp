@@ -6,11 +6,11 @@
 #include <stdio.h>
 
 #include "clitestsupport.h"
-#include "framesources.h"
-#include "nodeevents.h"
-#include "runoptions.h"
-#include "runreport.h"
-#include "runsession.h"
+#include "session/framesources.h"
+#include "session/nodeevents.h"
+#include "cli/runoptions.h"
+#include "report/runreport.h"
+#include "session/runsession.h"
 
 namespace
 {

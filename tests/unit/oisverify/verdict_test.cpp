@@ -4,7 +4,7 @@
 
 #include <math.h>
 
-#include "verdict.h"
+#include "verdict/verdict.h"
 
 namespace
 {

@@ -1,0 +1,177 @@
+// The run's summary page; see htmlsummary.h.
+#include "report/htmlsummary.h"
+
+#include <stdio.h>
+
+#include "report/calibrationreport.h"
+#include "report/runreport.h"
+#include "figures/svgwriter.h"
+
+namespace oisverify
+{
+
+namespace
+{
+
+const char kStyle[] =
+    "body{font-family:Helvetica,Arial,sans-serif;color:#1f2328;margin:24px auto;max-width:960px;padding:0 16px}"
+    "h1{display:inline-block;color:#fff;padding:4px 18px;border-radius:8px;margin:0 12px 0 0}"
+    "h1.pass{background:#1a7f37}h1.fail{background:#cf222e}"
+    "h2{margin-top:28px;border-bottom:1px solid #d0d7de;padding-bottom:4px}"
+    "table{border-collapse:collapse}td,th{padding:4px 12px;text-align:right;border-bottom:1px solid #eaeef2}"
+    "th:first-child,td:first-child{text-align:left}table.params td{text-align:left}"
+    "td.bad{color:#cf222e;font-weight:bold}td.good{color:#1a7f37;font-weight:bold}"
+    ".headline{font-size:18px;vertical-align:middle}figure{margin:12px 0}svg{max-width:100%;height:auto}"
+    "code{background:#f6f8fa;padding:1px 4px}";
+
+std::string Fixed(double value, const char* pUnit)
+{
+    char text[48];
+    snprintf(text, sizeof(text), "%.2f%s", value, pUnit);
+    return text;
+}
+
+std::string Cell(const std::string& text, const std::string& cls = "")
+{
+    return (cls.empty() ? "<td>" : "<td class=\"" + cls + "\">") + XmlEscape(text) + "</td>";
+}
+
+std::string SrRow(const char* pAxis, float nodeSr, float nodeBlur, bool hasTruth, float trueSr, float trueBlur,
+                  double limit)
+{
+    std::string row = "<tr>" + Cell(pAxis) + Cell(Fixed(nodeSr, " dB"), nodeSr >= limit ? "good" : "bad");
+    if (hasTruth)
+    {
+        char diff[32];
+        snprintf(diff, sizeof(diff), "%+.2f dB", SrDifference(nodeSr, trueSr));
+        row += Cell(Fixed(trueSr, " dB")) + Cell(diff);
+    }
+    row += Cell(Fixed(nodeBlur, " px"));
+    if (hasTruth)
+    {
+        row += Cell(Fixed(trueBlur, " px"));
+    }
+    return row + "</tr>\n";
+}
+
+std::string SrTable(const RunConfig& config, const RunResult& result)
+{
+    if (!result.events.hasSr)
+    {
+        return "<p>The node published no SR.</p>\n";
+    }
+    const bool  truth = result.hasTruth;
+    std::string html  = "<table class=\"sr\">\n<tr><th>axis</th><th>node SR</th>";
+    html += truth ? "<th>true SR</th><th>difference</th><th>node blur</th><th>true blur</th></tr>\n"
+                  : "<th>node blur</th></tr>\n";
+    html += SrRow("horizontal", result.horSrDb, result.events.horBlurPx, truth, result.truth.horSrDb,
+                  result.truth.horBlurPx, config.srLimitDb);
+    html += SrRow("vertical", result.verSrDb, result.events.verBlurPx, truth, result.truth.verSrDb,
+                  result.truth.verBlurPx, config.srLimitDb);
+    html += "<tr>" + Cell("limit") + Cell(Fixed(config.srLimitDb, " dB")) + "</tr>\n</table>\n";
+    return html;
+}
+
+std::string List(const std::vector<std::string>& items, bool code)
+{
+    std::string html = "<ul>\n";
+    for (const std::string& item : items)
+    {
+        html += code ? "<li><code>" + XmlEscape(item) + "</code></li>\n" : "<li>" + XmlEscape(item) + "</li>\n";
+    }
+    return html + "</ul>\n";
+}
+
+std::string FileLinks(const std::vector<std::string>& files)
+{
+    std::string html = "<ul>\n";
+    for (const std::string& file : files)
+    {
+        html += "<li><a href=\"" + XmlEscape(file) + "\">" + XmlEscape(file) + "</a></li>\n";
+    }
+    return html + "</ul>\n";
+}
+
+} // namespace
+
+std::vector<std::pair<std::string, std::string>> RunParameters(const RunConfig& config, const RunResult& result)
+{
+    const AlgoParams&    params = config.params;
+    const FrameLayout&   layout = config.layout;
+    const sim::Scenario& s      = config.scenario;
+    char                 text[160];
+    std::vector<std::pair<std::string, std::string>> rows;
+    rows.push_back({ "frames from", DescribeSource(config) });
+    snprintf(text, sizeof(text), "%ux%u NV12, stride %u, scanline %u, %u fps", layout.width, layout.height,
+             layout.Stride(), layout.Scanline(), params.frameRateHz);
+    rows.push_back({ "frames", text });
+    if (config.source != FrameSource::Replay)
+    {
+        snprintf(text, sizeof(text), "%u Hz, %.2f x %.2f px peak to peak", params.shakeFreqHz, s.shake.amplitudeXPx,
+                 s.shake.amplitudeYPx);
+        rows.push_back({ "shake", text });
+        snprintf(text, sizeof(text), "noise %.1f DN, seed %llu", s.sensor.noiseStdDn,
+                 static_cast<unsigned long long>(s.sensor.seed));
+        rows.push_back({ "sensor", text });
+    }
+    rows.push_back({ kAlgoParaProperty, config.algoParaText });
+    snprintf(text, sizeof(text), "drop %u, SR over %u frames, time limit %u ms", params.dropFrames,
+             params.verdictFrames, params.timeLimitMs);
+    rows.push_back({ "node parameters", text });
+    const std::string limitSource =
+        config.srLimitSource.empty() ? " (node default)" : " (" + config.srLimitSource + ")";
+    rows.push_back({ "SR limit", Fixed(config.srLimitDb, " dB") + limitSource });
+    if (config.calibration.enabled)
+    {
+        rows.push_back({ "gain search", "gyro X " + DescribeAxisSearch(config, false) + ", gyro Y " +
+                                            DescribeAxisSearch(config, true) + "; " +
+                                            std::to_string(config.calibration.settleFrames) + " settle frames" });
+        rows.push_back({ "module", "fuse ID " + config.calibration.fuseId +
+                                       (s.ois.swapGyroAxes ? ", gyro X drives the vertical axis" : "") });
+    }
+    snprintf(text, sizeof(text), "%llu streamed, %u measured, %u failed",
+             static_cast<unsigned long long>(result.requests), result.events.measured, result.events.failed);
+    rows.push_back({ "session", text });
+    rows.push_back({ "final state", std::to_string(result.finalState) + " (" + StateName(result.finalState) + ")" });
+    if (result.events.durationMs >= 0)
+    {
+        rows.push_back({ "measurement time", std::to_string(result.events.durationMs) + " ms" });
+    }
+    rows.push_back({ "node library", result.nodeLibraryPath });
+    return rows;
+}
+
+std::string SummaryHtml(const RunConfig& config, const RunResult& result, const Verdict& verdict,
+                        const std::string& summarySvg, const std::string& positionsSvg,
+                        const std::vector<std::string>& files, const std::string& calibrationSection)
+{
+    const char* pWord = verdict.pass ? "PASS" : "FAIL";
+    std::string html  = "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\"/>\n";
+    html += "<title>oisverify run: " + std::string(pWord) + "</title>\n<style>" + kStyle + "</style>\n</head>\n<body>\n";
+    html += "<h1 class=\"" + std::string(verdict.pass ? "pass" : "fail") + "\">" + pWord + "</h1>";
+    html += "<span class=\"headline\">" + XmlEscape(verdict.headline) + "</span>\n";
+    if (verdict.reasons.size() > 1)
+    {
+        html += List(verdict.reasons, false);
+    }
+    if (calibrationSection.empty())
+    {
+        html += "<h2>Suppression ratio</h2>\n" + SrTable(config, result);
+    }
+    html += "<figure>\n" + summarySvg + "</figure>\n" + calibrationSection;
+    html += "<h2>Circle positions</h2>\n<figure>\n" + positionsSvg + "</figure>\n";
+    html += "<h2>Parameters</h2>\n<table class=\"params\">\n";
+    for (const auto& row : RunParameters(config, result))
+    {
+        html += "<tr>" + Cell(row.first) + Cell(row.second) + "</tr>\n";
+    }
+    html += "</table>\n";
+    if (!result.events.errors.empty())
+    {
+        html += "<h2>Node errors</h2>\n" + List(result.events.errors, true);
+    }
+    html += "<h2>Files</h2>\n" + FileLinks(files);
+    return html + "</body>\n</html>\n";
+}
+
+} // namespace oisverify
