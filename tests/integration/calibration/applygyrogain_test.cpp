@@ -3,6 +3,12 @@
 // every process on the machine shares, so each test first owns that name (with a socket of its
 // own or with the service) and waits while another test holds it.
 #include <fcntl.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <stddef.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
 #include <sys/stat.h>
 #include <sys/socket.h>
 
@@ -177,6 +183,61 @@ TEST_F(ApplyGyroGainTest, ServiceThatNeverAcceptsDoesNotHoldTheRequest)
     EXPECT_EQ(out.Text(), "socket init failed\n");
     EXPECT_EQ(ReadPersist(), "1,OTHER,1.000000,1.000000,5\n1,ABCD,1.000000,1.000000,6915\n");
     EXPECT_TRUE(m_log.HasChiLine('I', "Write gain success, changed state to 1"));
+}
+
+// Makes every send of this process fail with EPIPE, as when the service went away between the
+// connect and the send, through a seccomp filter. For a forked child only: it cannot be undone.
+bool FailEverySend()
+{
+    sock_filter filter[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, __NR_sendto, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | (EPIPE & SECCOMP_RET_DATA)),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    };
+    sock_fprog program = { static_cast<unsigned short>(sizeof(filter) / sizeof(filter[0])), filter };
+    return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
+}
+
+TEST_F(ApplyGyroGainTest, FailedSendIsPrintedAndTheGainStaysWritten)
+{
+    const int       kNoSeccomp = 77;
+    OwnedSocketName listener(true);
+    int             printed[2];
+    ASSERT_EQ(pipe(printed), 0);
+    fflush(nullptr);
+    const pid_t pid = fork();
+    if (pid == 0)
+    {
+        dup2(printed[1], STDOUT_FILENO);
+        if (!FailEverySend())
+        {
+            _exit(kNoSeccomp);
+        }
+        const INT32 result = Apply(0, 1.0f, 1.0f);
+        fflush(nullptr);
+        _exit(result);
+    }
+    close(printed[1]);
+    std::string text;
+    char        chunk[256];
+    ssize_t     got = 0;
+    while ((got = read(printed[0], chunk, sizeof(chunk))) > 0)
+    {
+        text.append(chunk, static_cast<size_t>(got));
+    }
+    close(printed[0]);
+    int status = 0;
+    ASSERT_EQ(waitpid(pid, &status, 0), pid);
+    ASSERT_TRUE(WIFEXITED(status));
+    if (WEXITSTATUS(status) == kNoSeccomp)
+    {
+        GTEST_SKIP() << "no seccomp filters here (e.g. under an emulator)";
+    }
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+    EXPECT_EQ(text, "socket send failed\n");
+    EXPECT_EQ(ReadPersist(), "1,ABCD,1.000000,1.000000,6915\n");
+    EXPECT_EQ(listener.NextMessage(), ""); // connected, but nothing arrived
 }
 
 TEST_F(ApplyGyroGainTest, SendsExactlyTheReloadWord)
