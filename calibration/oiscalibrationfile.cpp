@@ -203,6 +203,57 @@ bool OISCalibrationFile::ReadPersistLines(FILE* pFile, std::vector<OISPersistLin
     return !reader.Failed();
 }
 
+// Every line of an open persist file; false after logging why the file could not be read in full.
+static bool ReadAllLines(int fd, std::vector<OISPersistLine>* pLines)
+{
+    PersistLineReader reader(DescriptorSource(fd));
+    std::string       text;
+    bool              tooLong = false;
+    // The size was checked at the open; a file that grows meanwhile is cut off at the limit.
+    while (reader.BytesRead() <= kMaxPersistFileBytes && reader.Next(&text, &tooLong))
+    {
+        pLines->push_back(OISCalibrationFile::MakePersistLine(text, tooLong));
+    }
+    if (reader.Failed() || reader.BytesRead() > kMaxPersistFileBytes)
+    {
+        CAL_LOG_ERROR("cannot read persist file %s: %s; read stopped after %zu lines\n",
+                      OISCalibrationFile::kPersistFilePath, reader.Failed() ? strerror(reader.Error()) : "it grew too large",
+                      pLines->size());
+        return false;
+    }
+    return true;
+}
+
+// The records among the lines, in order; the others are reported (when logging) and skipped.
+static void KeepRecords(const std::vector<OISPersistLine>& lines, bool logRecords, std::vector<OISCalData>* pRecords)
+{
+    for (size_t index = 0; index < lines.size(); index++)
+    {
+        const OISPersistLine& line = lines[index];
+        if (line.tooLong)
+        {
+            CAL_LOG_ERROR("persist file line %zu is longer than %zu bytes; not a record", index + 1, kMaxPersistLineBytes);
+            continue;
+        }
+        if (OISCalibrationFile::kColumnCount != line.columnCount)
+        {
+            if (logRecords)
+            {
+                CAL_LOG_ERROR("Not expected file format, colum number: %d", line.columnCount);
+            }
+            continue;
+        }
+        const OISCalData& record = line.record;
+        if (logRecords)
+        {
+            CAL_LOG_INFO("exist calibration info: %s, %s, %s, %s, %s\n", record.calibFlag.c_str(),
+                         record.fuseId.c_str(), record.gainX.c_str(), record.gainY.c_str(),
+                         std::to_string(record.crc).c_str());
+        }
+        pRecords->push_back(record);
+    }
+}
+
 OISCalibrationFile::ReadResult OISCalibrationFile::ReadRecords(std::vector<OISCalData>* pRecords, bool logRecords)
 {
     pRecords->clear();
@@ -223,47 +274,14 @@ OISCalibrationFile::ReadResult OISCalibrationFile::ReadRecords(std::vector<OISCa
             return ReadResult::Failed;
         case PersistOpenResult::Opened: break;
     }
-    PersistLineReader           reader(DescriptorSource(fd));
     std::vector<OISPersistLine> lines;
-    std::string                 text;
-    bool                        tooLong = false;
-    // The size was checked at the open; a file that grows meanwhile is cut off at the limit.
-    while (reader.BytesRead() <= kMaxPersistFileBytes && reader.Next(&text, &tooLong))
-    {
-        lines.push_back(MakePersistLine(text, tooLong));
-    }
+    const bool                  readAll = ReadAllLines(fd, &lines);
     close(fd);
-    if (reader.Failed() || reader.BytesRead() > kMaxPersistFileBytes)
+    if (!readAll)
     {
-        CAL_LOG_ERROR("cannot read persist file %s: %s; read stopped after %zu lines\n", kPersistFilePath,
-                      reader.Failed() ? strerror(reader.Error()) : "it grew too large", lines.size());
         return ReadResult::Failed;
     }
-    for (size_t index = 0; index < lines.size(); index++)
-    {
-        const OISPersistLine& line = lines[index];
-        if (line.tooLong)
-        {
-            CAL_LOG_ERROR("persist file line %zu is longer than %zu bytes; not a record", index + 1, kMaxPersistLineBytes);
-            continue;
-        }
-        if (kColumnCount != line.columnCount)
-        {
-            if (logRecords)
-            {
-                CAL_LOG_ERROR("Not expected file format, colum number: %d", line.columnCount);
-            }
-            continue;
-        }
-        const OISCalData& record = line.record;
-        if (logRecords)
-        {
-            CAL_LOG_INFO("exist calibration info: %s, %s, %s, %s, %s\n", record.calibFlag.c_str(),
-                         record.fuseId.c_str(), record.gainX.c_str(), record.gainY.c_str(),
-                         std::to_string(record.crc).c_str());
-        }
-        pRecords->push_back(record);
-    }
+    KeepRecords(lines, logRecords, pRecords);
     return ReadResult::Read;
 }
 
@@ -391,18 +409,12 @@ static std::string PrintableFuseId(const std::string& fuseId)
     return shown;
 }
 
-bool OISCalibrationFile::OverwriteCalibrationData(const std::string& cameraId,
-                                                  FLOAT              gainX,
-                                                  FLOAT              gainY,
-                                                  INT32              enable)
+// The checks before anything is stored: with enable, a fuse ID and gains in the accepted
+// intervals; always, a record that reads back as written (a comma or line break in the fuse ID,
+// or blanks at its ends, would make every later reader drop or change it). Refusals are logged
+// and printed for the operator.
+static bool MayStore(INT32 roleId, const std::string& fuseId, FLOAT gainX, FLOAT gainY, INT32 enable)
 {
-    INT32 roleId = 0;
-    if (!ParseDecimalInt(cameraId, &roleId))
-    {
-        CAL_LOG_ERROR("camera id is not a number: %s", cameraId.c_str());
-        return false;
-    }
-    const std::string fuseId = LookUpFuseId(roleId);
     if (0 != enable)
     {
         if (fuseId.empty())
@@ -410,7 +422,7 @@ bool OISCalibrationFile::OverwriteCalibrationData(const std::string& cameraId,
             printf("can't find camera[%d] fuseid\n", roleId);
             return false;
         }
-        if (!IsGainInRange(gainX) || !IsGainInRange(gainY))
+        if (!OISCalibrationFile::IsGainInRange(gainX) || !OISCalibrationFile::IsGainInRange(gainY))
         {
             const DOUBLE x = gainX;
             const DOUBLE y = gainY;
@@ -423,17 +435,35 @@ bool OISCalibrationFile::OverwriteCalibrationData(const std::string& cameraId,
             return false;
         }
     }
-    // A record the next read would split differently (a comma or line break in the fuse ID,
-    // blanks at its ends) would be dropped or changed by every later reader: refused unwritten.
     OISCalData candidate = { std::to_string((0 != enable) ? 1 : 0), fuseId, std::to_string(gainX),
                              std::to_string(gainY), 0 };
-    candidate.crc        = GetCrc(&candidate);
-    if (!ReadsBackAs(candidate))
+    candidate.crc        = OISCalibrationFile::GetCrc(&candidate);
+    if (!OISCalibrationFile::ReadsBackAs(candidate))
     {
+        const std::string shown = PrintableFuseId(fuseId);
         CAL_LOG_ERROR("fuse id \"%s\" of camera[%d] cannot be stored: the record would not read back as written",
-                      PrintableFuseId(fuseId).c_str(), roleId);
-        printf("fuse id \"%s\" of camera[%d] cannot be stored in %s\n", PrintableFuseId(fuseId).c_str(), roleId,
-               kPersistFilePath);
+                      shown.c_str(), roleId);
+        printf("fuse id \"%s\" of camera[%d] cannot be stored in %s\n", shown.c_str(), roleId,
+               OISCalibrationFile::kPersistFilePath);
+        return false;
+    }
+    return true;
+}
+
+bool OISCalibrationFile::OverwriteCalibrationData(const std::string& cameraId,
+                                                  FLOAT              gainX,
+                                                  FLOAT              gainY,
+                                                  INT32              enable)
+{
+    INT32 roleId = 0;
+    if (!ParseDecimalInt(cameraId, &roleId))
+    {
+        CAL_LOG_ERROR("camera id is not a number: %s", cameraId.c_str());
+        return false;
+    }
+    const std::string fuseId = LookUpFuseId(roleId);
+    if (!MayStore(roleId, fuseId, gainX, gainY, enable))
+    {
         return false;
     }
     StoreGains(fuseId, gainX, gainY, enable);
