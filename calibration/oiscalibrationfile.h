@@ -30,7 +30,7 @@ struct OISPersistLine
     std::string text;
     INT32       columnCount; // a record has exactly five; 0 for a line too long to be one
     OISCalData  record;      // filled only for a line of five columns
-    bool        tooLong;     // longer than kMaxPersistLineBytes; text holds its start only
+    bool        tooLong = false; // longer than kMaxPersistLineBytes; text holds its start only
 };
 
 class OISCalibrationFile
