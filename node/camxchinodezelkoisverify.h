@@ -182,7 +182,9 @@ private:
     // Images
     static UINT32       InputCount(const CHINODEPROCESSREQUESTINFO* pProcessRequestInfo);
     static BOOL         CropWindowFits(INT32 width, INT32 height, INT32 stride, INT32 cropLength);
-    const UINT8*        LumaPlane(const CHIIMAGELIST* pBuffer, UINT32 imageIndex);
+    // pOperation names the operation in the log line of a refused plane (frame dumps by default).
+    const UINT8*        LumaPlane(const CHIIMAGELIST* pBuffer, UINT32 imageIndex,
+                                  const CHAR* pOperation = "DumpInputImage");
     INT32               CropImage(const UINT8* pInput, INT32 width, INT32 height, INT32 stride, INT32 scanline,
                                   UINT8** ppOutput, INT32* pCropLength);
     void                DumpInputImage(CHINODEPROCESSREQUESTINFO* pProcessRequestInfo);

@@ -45,11 +45,12 @@ void ChiOisVerifyNode::StartCalibration()
     if (static_cast<DOUBLE>(m_oisCalibPara.oisSpec) > MinimumOisSpec)
     {
         SetOISVerifyState(SetGainTargetState);
-        OIS_LOG_INFO("m_oisVerifyState changed to %d", m_oisVerifyState.load(std::memory_order_relaxed));
+        OIS_LOG_INFO_IN("OISCalibrate", "m_oisVerifyState changed to %d",
+                        m_oisVerifyState.load(std::memory_order_relaxed));
         return;
     }
-    OIS_LOG_INFO("oisVerifyState is %d and will not be changed. please check: oisSpec = %.2f",
-                 m_oisVerifyState.load(std::memory_order_relaxed), m_oisCalibPara.oisSpec);
+    OIS_LOG_INFO_IN("OISCalibrate", "oisVerifyState is %d and will not be changed. please check: oisSpec = %.2f",
+                    m_oisVerifyState.load(std::memory_order_relaxed), m_oisCalibPara.oisSpec);
     // Stored directly on purpose: this error takes no lock, writes no report and logs no change.
     m_oisVerifyState.store(ErrorStateCalibSpec, std::memory_order_relaxed);
 }
@@ -76,8 +77,8 @@ void ChiOisVerifyNode::SetNextGainTarget()
     {
         para.gainYTarget = m_baseGainY;
     }
-    OIS_LOG_INFO("Set gain target oisCalibCnt = %d gainXTarget = %.2f gainYTarget = %.2f", para.oisCalibCnt,
-                 para.gainXTarget, para.gainYTarget);
+    OIS_LOG_INFO_IN("OISCalibrate", "Set gain target oisCalibCnt = %d gainXTarget = %.2f gainYTarget = %.2f",
+                    para.oisCalibCnt, para.gainXTarget, para.gainYTarget);
     para.oisCalibCnt++;
 
     // The search ends only when both axes passed their upper bound, so a held axis never ends it.
@@ -85,7 +86,8 @@ void ChiOisVerifyNode::SetNextGainTarget()
         (para.gainYTarget > m_baseGainY * (1.0f + para.oisCalibGainLimit)))
     {
         SetOISVerifyState(SearchCompleteState);
-        OIS_LOG_INFO("Search complete, changed state to %d", m_oisVerifyState.load(std::memory_order_relaxed));
+        OIS_LOG_INFO_IN("OISCalibrate", "Search complete, changed state to %d",
+                        m_oisVerifyState.load(std::memory_order_relaxed));
         return;
     }
     if (0 != ApplyGyroGain(para.roleId, para.gainXTarget, para.gainYTarget))
@@ -112,7 +114,8 @@ void ChiOisVerifyNode::WaitForAppliedGain()
     m_blurValid        = 0;
     m_isBufferWrapped  = 0;
     SetOISVerifyState(VerifyGainState);
-    OIS_LOG_INFO("Wait finish, changed state to %d", m_oisVerifyState.load(std::memory_order_relaxed));
+    OIS_LOG_INFO_IN("OISCalibrate", "Wait finish, changed state to %d",
+                    m_oisVerifyState.load(std::memory_order_relaxed));
 }
 
 // A measurement with the current target is complete: keep what it gave, pairing the gyro axes
@@ -140,8 +143,10 @@ void ChiOisVerifyNode::RecordGainMeasurement(INT32 frameNum)
                                record.srY, record.horBlur, record.verBlur);
         ChiNodeUtils::FWrite(line, strlen(line), 1, m_calibLogFile);
     }
-    OIS_LOG_VERBOSE("oisCalibCnt = %d Gain[%.2f, %.2f] SR[%.2f, %.2f] Blur[%.2f, %.2f] push_back to vector", record.index,
-                    record.gainX, record.gainY, record.srX, record.srY, record.horBlur, record.verBlur);
+    OIS_LOG_VERBOSE_IN("IsVerifyDone",
+                       "oisCalibCnt = %d Gain[%.2f, %.2f] SR[%.2f, %.2f] Blur[%.2f, %.2f] push_back to vector",
+                       record.index, record.gainX, record.gainY, record.srX, record.srY, record.horBlur,
+                       record.verBlur);
     SetOISVerifyState(SetGainTargetState);
 }
 
@@ -149,7 +154,7 @@ void ChiOisVerifyNode::RecordGainMeasurement(INT32 frameNum)
 // records. No record at all (not reachable with positive base gains) counts as a failed write.
 void ChiOisVerifyNode::WriteSelectedGain()
 {
-    OIS_LOG_INFO("Ois Calibrate complete, exit");
+    OIS_LOG_INFO_IN("OISCalibrate", "Ois Calibrate complete, exit");
     if (m_gainSRRecords.empty())
     {
         SetOISVerifyState(ErrorStateApplyGain);
@@ -163,9 +168,9 @@ void ChiOisVerifyNode::WriteSelectedGain()
         pBestY = (record.srY > pBestY->srY) ? &record : pBestY;
     }
     m_selectedGain = { pBestX->gainX, pBestY->gainY, pBestX->srX, pBestY->srY };
-    OIS_LOG_INFO("select Gain write to persist, vertorSize = %d Gain[%.2f, %.2f]  SR[%.2f, %.2f]",
-                 static_cast<INT32>(m_gainSRRecords.size()), m_selectedGain.gainX, m_selectedGain.gainY,
-                 m_selectedGain.srX, m_selectedGain.srY);
+    OIS_LOG_INFO_IN("OISCalibrate", "select Gain write to persist, vertorSize = %d Gain[%.2f, %.2f]  SR[%.2f, %.2f]",
+                    static_cast<INT32>(m_gainSRRecords.size()), m_selectedGain.gainX, m_selectedGain.gainY,
+                    m_selectedGain.srX, m_selectedGain.srY);
     if (0 != ApplyGyroGain(m_oisCalibPara.roleId, m_selectedGain.gainX, m_selectedGain.gainY))
     {
         SetOISVerifyState(ErrorStateApplyGain);

@@ -130,14 +130,14 @@ void ChiOisVerifyNode::DumpInputCrop(const CHIIMAGELIST* pBuffer, UINT32 imageIn
     if (NULL != pFile)
     {
         ChiNodeUtils::FWrite(pCrop, static_cast<SIZE_T>(m_cropLength) * m_cropLength, 1, pFile);
-        OIS_LOG_INFO("dump image succ. frameNum: %d, imageList[%d]w*h %d*%d stride %d scanline %d", frameNum, imageIndex,
-                     m_cropLength, m_cropLength, m_cropLength, m_cropLength);
+        OIS_LOG_INFO_IN("DumpInputImage", "dump image succ. frameNum: %d, imageList[%d]w*h %d*%d stride %d scanline %d",
+                        frameNum, imageIndex, m_cropLength, m_cropLength, m_cropLength, m_cropLength);
         ChiNodeUtils::FClose(pFile);
     }
     else
     {
-        OIS_LOG_ERROR("open image dump file failed. frameNum: %d,w*h %d*%d stride %d scanline %d", frameNum, width, height,
-                      stride, scanline);
+        OIS_LOG_ERROR_IN("DumpInputImage", "open image dump file failed. frameNum: %d,w*h %d*%d stride %d scanline %d",
+                         frameNum, width, height, stride, scanline);
     }
     free(pCrop);
 }

@@ -150,7 +150,7 @@ BOOL ChiOisVerifyNode::ReadDebugImageFile(const std::string& name)
     }
     if ((NULL == pFile) || (size < 0) || (0 != fseek(pFile, 0, SEEK_SET)))
     {
-        OIS_LOG_ERROR("open %s failed, errno = %d", path.c_str(), errno);
+        OIS_LOG_ERROR_IN("ReadDebugImage", "open %s failed, errno = %d", path.c_str(), errno);
         if (NULL != pFile)
         {
             fclose(pFile);
@@ -167,6 +167,7 @@ BOOL ChiOisVerifyNode::ReadDebugImageFile(const std::string& name)
     fclose(pFile);
     imageVector.push_back(pImage);
     imageSizeVector.push_back((NULL != pImage) ? static_cast<SIZE_T>(size) : 0);
-    OIS_LOG_INFO("read file %s  iamge = %p imageSize = %d", path.c_str(), static_cast<void*>(pImage), static_cast<INT32>(size));
+    OIS_LOG_INFO_IN("ReadDebugImage", "read file %s  iamge = %p imageSize = %d", path.c_str(),
+                    static_cast<void*>(pImage), static_cast<INT32>(size));
     return TRUE;
 }

@@ -56,16 +56,17 @@ UINT32 ChiOisVerifyNode::InputCount(const CHINODEPROCESSREQUESTINFO* pProcessReq
     return (NULL != pProcessRequestInfo->phInputBuffer) ? pProcessRequestInfo->inputNum : 0;
 }
 
-// The luma plane of the first image, or null when the buffer cannot hold the frame it describes.
-const UINT8* ChiOisVerifyNode::LumaPlane(const CHIIMAGELIST* pBuffer, UINT32 imageIndex)
+// The luma plane of one image of the buffer, or null when the buffer cannot hold the frame it
+// describes; the refusal is logged under pOperation, the operation that wanted the plane.
+const UINT8* ChiOisVerifyNode::LumaPlane(const CHIIMAGELIST* pBuffer, UINT32 imageIndex, const CHAR* pOperation)
 {
     const CHIIMAGEFORMAT& format = pBuffer->format;
     const SIZE_T stride   = format.formatParams.yuvFormat[0].planeStride;
     const SIZE_T needed   = stride * format.height;
     if ((imageIndex >= ChiMaxImagesPerList) || ((0 != pBuffer->planeSize[0]) && (pBuffer->planeSize[0] < needed)))
     {
-        OIS_LOG_ERROR("luma plane of %zu bytes cannot hold %ux%u with stride %zu", pBuffer->planeSize[0], format.width,
-                      format.height, stride);
+        OIS_LOG_ERROR_IN(pOperation, "luma plane of %zu bytes cannot hold %ux%u with stride %zu", pBuffer->planeSize[0],
+                         format.width, format.height, stride);
         return NULL;
     }
     return pBuffer->pImageList[imageIndex].pAddr[0];
@@ -81,13 +82,13 @@ UINT8* ChiOisVerifyNode::TakeDebugImage()
     UINT8* pCrop = usable ? static_cast<UINT8*>(malloc(DebugImageBytes)) : NULL;
     if (NULL == pCrop)
     {
-        OIS_LOG_ERROR("imageimgBuffer is NULL; please check imageVector[%d]", index);
+        OIS_LOG_ERROR_IN("ExecOISVerifyAlgo", "imageimgBuffer is NULL; please check imageVector[%d]", index);
         return NULL;
     }
     m_cropLength = DebugImageSide;
     memcpy(pCrop, imageVector[index], DebugImageBytes);
     m_imageIndex++;
-    OIS_LOG_INFO("read image from imageVector[%d]", index);
+    OIS_LOG_INFO_IN("ExecOISVerifyAlgo", "read image from imageVector[%d]", index);
     return pCrop;
 }
 
@@ -130,8 +131,9 @@ void ChiOisVerifyNode::MeasureBuffer(const CHIIMAGELIST* pBuffer, INT32 frameNum
         const CHIIMAGEFORMAT& format = pBuffer->format;
         const INT32 stride   = static_cast<INT32>(format.formatParams.yuvFormat[0].planeStride);
         const INT32 scanline = static_cast<INT32>(format.formatParams.yuvFormat[0].sliceHeight);
-        if (0 != CropImage(LumaPlane(pBuffer, 0), static_cast<INT32>(format.width), static_cast<INT32>(format.height),
-                           stride, scanline, &pCrop, &m_cropLength))
+        const UINT8* pLuma   = LumaPlane(pBuffer, 0, "ExecOISVerifyAlgo");
+        if (0 != CropImage(pLuma, static_cast<INT32>(format.width), static_cast<INT32>(format.height), stride, scanline,
+                           &pCrop, &m_cropLength))
         {
             free(pCrop);
             pCrop = NULL;
@@ -142,7 +144,8 @@ void ChiOisVerifyNode::MeasureBuffer(const CHIIMAGELIST* pBuffer, INT32 frameNum
     OISPointResult points     = {};
     if ((NULL != pCrop) && (NULL != m_pOisHighFpsAlgo))
     {
-        OIS_LOG_INFO("algoInput.imgBuffer = %p width*height = %d*%d", static_cast<void*>(pCrop), m_cropLength, m_cropLength);
+        OIS_LOG_INFO_IN("ExecOISVerifyAlgo", "algoInput.imgBuffer = %p width*height = %d*%d", static_cast<void*>(pCrop),
+                        m_cropLength, m_cropLength);
         algoReturn = m_pOisHighFpsAlgo(pCrop, OISImageSize{ m_cropLength, m_cropLength }, &points);
         if (TRUE == SaveAlgoResultToBuffer(points, frameNum))
         {
@@ -150,7 +153,7 @@ void ChiOisVerifyNode::MeasureBuffer(const CHIIMAGELIST* pBuffer, INT32 frameNum
         }
     }
 
-    OIS_LOG_INFO("algo return = %d", algoReturn);
+    OIS_LOG_INFO_IN("ExecOISVerifyAlgo", "algo return = %d", algoReturn);
     if ((0 == m_execAlgoFrameNum) && (0 == m_skipAlgoFrameNum))
     {
         DumpDebugYUV(pCrop);
@@ -191,36 +194,37 @@ void ChiOisVerifyNode::RecordSavedResult(const OISPointResult& points, INT32 fra
                                points.downX, points.downY, points.leftX, points.leftY, points.rightX, points.rightY);
         ChiNodeUtils::FWrite(line, strlen(line), 1, m_pPointPositionFile);
     }
-    OIS_LOG_INFO("put frameNum = %d data to m_algoResultBuffer", frameNum);
+    OIS_LOG_INFO_IN("ExecOISVerifyAlgo", "put frameNum = %d data to m_algoResultBuffer", frameNum);
 }
 
 void ChiOisVerifyNode::ActOnAlgoReturn(INT32 algoReturn, const OISPointResult& last)
 {
     if (0 == algoReturn)
     {
-        OIS_LOG_VERBOSE("the location of the feature point up(%.2f,%.2f) down(%.2f,%.2f) left(%.2f,%.2f) right(%.2f,%.2f)  "
-                        "m_execAlgoFrameNum = %d",
-                        last.upX, last.upY, last.downX, last.downY, last.leftX, last.leftY, last.rightX, last.rightY,
-                        m_execAlgoFrameNum);
+        OIS_LOG_VERBOSE_IN("ExecOISVerifyAlgo",
+                           "the location of the feature point up(%.2f,%.2f) down(%.2f,%.2f) left(%.2f,%.2f) "
+                           "right(%.2f,%.2f)  m_execAlgoFrameNum = %d",
+                           last.upX, last.upY, last.downX, last.downY, last.leftX, last.leftY, last.rightX,
+                           last.rightY, m_execAlgoFrameNum);
         m_execAlgoFrameNum++;
         if ((0 == m_execTimestamp) && (1 == m_execAlgoFrameNum))
         {
             m_execTimestamp = NowNs();
-            OIS_LOG_INFO("set m_execTimestamp = %lld", static_cast<long long>(m_execTimestamp));
+            OIS_LOG_INFO_IN("ExecOISVerifyAlgo", "set m_execTimestamp = %lld", static_cast<long long>(m_execTimestamp));
         }
         return;
     }
     if (-1 == algoReturn)
     {
-        OIS_LOG_ERROR("please check the algo input mode");
+        OIS_LOG_ERROR_IN("ExecOISVerifyAlgo", "please check the algo input mode");
     }
     else if (AlgoNotCalled == algoReturn)
     {
-        OIS_LOG_ERROR("the algo was not called");
+        OIS_LOG_ERROR_IN("ExecOISVerifyAlgo", "the algo was not called");
     }
     else
     {
-        OIS_LOG_ERROR("four circles were not found in the input image");
+        OIS_LOG_ERROR_IN("ExecOISVerifyAlgo", "four circles were not found in the input image");
     }
     m_skipAlgoFrameNum++;
     m_algoReturn = algoReturn;

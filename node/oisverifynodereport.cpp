@@ -27,9 +27,9 @@ struct ReportSnapshot
     INT32  isDumpImage;
     INT32  isDebugMode;
     INT32  dropFrameNum;
-    INT32  oisTestFreq;
-    INT32  minFrameCount;
-    INT32  maxVerifyTime;
+    UINT32 oisTestFreq;   // unsigned parameters show as unsigned: a frequency of "-4" reads 4294967292
+    UINT32 minFrameCount;
+    UINT32 maxVerifyTime;
     INT32  state;
     INT32  skipAlgoFrameNum;
     INT32  algoReturn;
@@ -155,8 +155,7 @@ void ChiOisVerifyNode::GenerateJson()
     ReportSnapshot report     =
     {
         m_cropLength, m_algoFps, (0 != m_DumpImageProp) ? 1 : 0, (0 != m_isDebugMode) ? 1 : 0,
-        static_cast<INT32>(m_dropFrameNum), static_cast<INT32>(m_oisTestFreq),
-        static_cast<INT32>(m_minFrameCount), static_cast<INT32>(m_maxVerifyTime),
+        static_cast<INT32>(m_dropFrameNum), m_oisTestFreq, m_minFrameCount, m_maxVerifyTime,
         m_oisVerifyState.load(std::memory_order_relaxed), static_cast<INT32>(m_skipAlgoFrameNum), m_algoReturn,
         calibrated ? m_selectedGain.srX : m_verifyResult.horSR,
         calibrated ? m_selectedGain.srY : m_verifyResult.verSR,

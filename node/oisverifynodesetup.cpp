@@ -287,10 +287,10 @@ void ChiOisVerifyNode::InitAlgoParam()
     const DOUBLE divisor = (FastFrameRate == m_targetFps) ? FastRateDivisor : SlowRateDivisor;
     m_maxVerifyTime     = TruncateSaturating<UINT32>(static_cast<FLOAT>(m_minFrameCount * 1000u) / divisor);
 
-    OIS_LOG_INFO("algoParaInfo: %s m_isDebugMode %d m_DumpImageProp %d m_dropFrameNum %d m_oisTestFreq %d "
-                 "m_minFrameCount %d m_targetFps %d m_maxVerifyTime %d",
-                 propertyText, m_isDebugMode, m_DumpImageProp, m_dropFrameNum, m_oisTestFreq,
-                 m_minFrameCount, m_targetFps, m_maxVerifyTime);
+    OIS_LOG_INFO_IN("InitParam",
+                    "algoParaInfo: %s m_isDebugMode %d m_DumpImageProp %d m_dropFrameNum %d m_oisTestFreq %d "
+                    "m_minFrameCount %d m_targetFps %d m_maxVerifyTime %d", propertyText, m_isDebugMode,
+                    m_DumpImageProp, m_dropFrameNum, m_oisTestFreq, m_minFrameCount, m_targetFps, m_maxVerifyTime);
 }
 
 void ChiOisVerifyNode::InitCalibParam()
@@ -312,11 +312,11 @@ void ChiOisVerifyNode::InitCalibParam()
     m_oisCalibPara.oisCalibGainLimit = FloatField(fields, 4);
     m_oisCalibPara.waitApplyFrameCnt = TruncateSaturating<INT32>(FloatField(fields, 5));
 
-    OIS_LOG_INFO("oisPropInfo = %s m_oisCalibPara.roleId %d calibSingleAxis %d oisSpec %.2f oisCalibGainStep %.2f "
-                 "oisCalibGainLimit %.2f waitApplyFrameCnt %d",
-                 propertyText, m_oisCalibPara.roleId, m_oisCalibPara.calibSingleAxis,
-                 m_oisCalibPara.oisSpec, m_oisCalibPara.oisCalibGainStep,
-                 m_oisCalibPara.oisCalibGainLimit, m_oisCalibPara.waitApplyFrameCnt);
+    OIS_LOG_INFO_IN("InitParam",
+                    "oisPropInfo = %s m_oisCalibPara.roleId %d calibSingleAxis %d oisSpec %.2f oisCalibGainStep %.2f "
+                    "oisCalibGainLimit %.2f waitApplyFrameCnt %d", propertyText, m_oisCalibPara.roleId,
+                    m_oisCalibPara.calibSingleAxis, m_oisCalibPara.oisSpec, m_oisCalibPara.oisCalibGainStep,
+                    m_oisCalibPara.oisCalibGainLimit, m_oisCalibPara.waitApplyFrameCnt);
 }
 
 // A node property whose value has bit 11 set asks for delayed-processing notification, which the
@@ -337,7 +337,7 @@ void ChiOisVerifyNode::ApplyNodeProperties(CHINODECREATEINFO* pCreateInfo)
         if (0 != (static_cast<UINT32>(atoi(static_cast<const CHAR*>(pValue))) & DelayedProcessingBit))
         {
             pCreateInfo->nodeFlags |= ChiNodeFlagDelayedProcessingNotify;
-            OIS_LOG_INFO("Delayed processing notifying enabled");
+            OIS_LOG_INFO_IN("Initialize", "Delayed processing notifying enabled");
         }
     }
 }
@@ -372,7 +372,8 @@ BOOL ChiOisVerifyNode::RenewDumpDirectory(BOOL failed)
     DIR* pDirectory = opendir(DumpDirectory);
     if (NULL == pDirectory)
     {
-        OIS_LOG_INFO("open dir fail errno = %d %s, do not need delete old files", errno, DumpDirectory);
+        OIS_LOG_INFO_IN("PrepareDumpImage", "open dir fail errno = %d %s, do not need delete old files", errno,
+                        DumpDirectory);
         failed = FALSE;
     }
     else
@@ -386,28 +387,28 @@ BOOL ChiOisVerifyNode::RenewDumpDirectory(BOOL failed)
             std::string path = std::string(DumpDirectory) + pEntry->d_name;
             if (0 == remove(path.c_str()))
             {
-                OIS_LOG_INFO("rm %s ", path.c_str());
+                OIS_LOG_INFO_IN("PrepareDumpImage", "rm %s ", path.c_str());
             }
             else
             {
-                OIS_LOG_ERROR("rm %s fail", path.c_str());
+                OIS_LOG_ERROR_IN("PrepareDumpImage", "rm %s fail", path.c_str());
             }
         }
         closedir(pDirectory);
         if (0 == remove(DumpDirectory))
         {
-            OIS_LOG_INFO("rm %s ", DumpDirectory);
+            OIS_LOG_INFO_IN("PrepareDumpImage", "rm %s ", DumpDirectory);
         }
     }
 
     if ((0 != access(DumpDirectory, DirectoryMode)) && (0 == mkdir(DumpDirectory, DirectoryMode)))
     {
-        OIS_LOG_INFO("create dir %s", DumpDirectory);
+        OIS_LOG_INFO_IN("PrepareDumpImage", "create dir %s", DumpDirectory);
         failed = FALSE;
     }
     else
     {
-        OIS_LOG_ERROR("create dir %s fail", DumpDirectory);
+        OIS_LOG_ERROR_IN("PrepareDumpImage", "create dir %s fail", DumpDirectory);
     }
     return failed;
 }
@@ -430,10 +431,10 @@ void ChiOisVerifyNode::OpenCalibrationOutputs()
     m_calibLogFile = ChiNodeUtils::FOpen(DevicePath(CalibLogFile).Get(), "w");
     if (NULL == m_calibLogFile)
     {
-        OIS_LOG_ERROR("create file %s fail", CalibLogFile);
+        OIS_LOG_ERROR_IN("Initialize", "create file %s fail", CalibLogFile);
         return;
     }
-    OIS_LOG_INFO("create file %s", CalibLogFile);
+    OIS_LOG_INFO_IN("Initialize", "create file %s", CalibLogFile);
     CHAR line[TextLineBytes];
     ChiNodeUtils::SNPrintF(line, sizeof(line), "%s\n", CalibLogBanner);
     ChiNodeUtils::FWrite(line, strlen(line), 1, m_calibLogFile);

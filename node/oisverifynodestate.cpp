@@ -81,7 +81,8 @@ BOOL ChiOisVerifyNode::ApplyStateTransition(OISVerifyState requested)
         case VerifyDoneState:
             if (requested >= IdleState)
             {
-                OIS_LOG_INFO("VerifyDoneState horSR = %.2f verSR = %.2f", m_verifyResult.horSR, m_verifyResult.verSR);
+                OIS_LOG_INFO_IN("SetOISVerifyState", "VerifyDoneState horSR = %.2f verSR = %.2f", m_verifyResult.horSR,
+                                m_verifyResult.verSR);
                 GenerateJson();
                 return TRUE;
             }

@@ -104,7 +104,10 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         RejectedTable{ "MajorVersionOne", 312, 1, 3, "Chi API major version doesn't match (1:3) vs (0:0)" },
         RejectedTable{ "Size311", 311, 0, 2, "Chi API major version doesn't match (0:2) vs (0:0)" },
-        RejectedTable{ "SizeZero", 0, 0, 0, "Chi API major version doesn't match (0:0) vs (0:0)" }),
+        RejectedTable{ "SizeZero", 0, 0, 0, "Chi API major version doesn't match (0:0) vs (0:0)" },
+        // Too short to hold the version words: they are not read, whatever lies behind the size.
+        RejectedTable{ "SizeEightHidesTheVersion", 8, 1, 5, "Chi API major version doesn't match (0:0) vs (0:0)" },
+        RejectedTable{ "SizeTwelveHoldsTheVersion", 12, 1, 5, "Chi API major version doesn't match (1:5) vs (0:0)" }),
     [](const ::testing::TestParamInfo<RejectedTable>& info) { return std::string(info.param.name); });
 
 TEST_F(NodeEntryTest, NullTableIsLogged)

@@ -35,6 +35,8 @@ struct CropCase
     INT32 stride;
     INT32 previous; // crop length before the call
     INT32 expected;
+    INT32 left;     // the window's first column and row in the frame
+    INT32 top;
 };
 
 void PrintTo(const CropCase& c, std::ostream* pOut) { *pOut << c.width << "x" << c.height << " stride " << c.stride; }
@@ -54,27 +56,28 @@ TEST_P(CropGeometry, TakesTheCentredSquareRowByRow)
     INT32              length = c.previous;
     ASSERT_EQ(ChiOisVerifyNodeTestPeer::Crop(m_node, frame.data(), c.width, c.height, c.stride, &pCrop, &length), 0);
     ASSERT_EQ(length, c.expected);
-    const INT32 left = c.width / 2 - length / 2;
-    const INT32 top  = c.height / 2 - length / 2;
     for (INT32 row = 0; row < length; row += 7)
     {
         for (INT32 col = 0; col < length; col += 5)
         {
-            ASSERT_EQ(pCrop[static_cast<size_t>(row) * length + col], Pattern(left + col, top + row)) << row << "," << col;
+            ASSERT_EQ(pCrop[static_cast<size_t>(row) * length + col], Pattern(c.left + col, c.top + row))
+                << row << "," << col;
         }
     }
-    EXPECT_EQ(pCrop[static_cast<size_t>(length) * length - 1], Pattern(left + length - 1, top + length - 1));
+    EXPECT_EQ(pCrop[static_cast<size_t>(length) * length - 1], Pattern(c.left + length - 1, c.top + length - 1));
     free(pCrop);
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Frames, CropGeometry,
-    ::testing::Values(CropCase{ 1920, 1440, 1920, 0, 720 }, CropCase{ 1920, 1080, 1920, 0, 720 },
-                      CropCase{ 4000, 3000, 4000, 0, 1500 }, CropCase{ 1440, 1080, 1536, 0, 540 },
-                      CropCase{ 1280, 1024, 1280, 0, 512 },  // 5:4 is within 0.1 of 4:3
-                      CropCase{ 1402, 1054, 1408, 0, 527 },  // odd side: window from (438, 264)
-                      CropCase{ 1000, 1000, 1000, 720, 720 }, // square: the previous side
-                      CropCase{ 1281, 721, 1281, 0, 480 }));  // 16:9 with odd sizes
+    ::testing::Values(CropCase{ 1920, 1440, 1920, 0, 720, 600, 360 },
+                      CropCase{ 1920, 1080, 1920, 0, 720, 600, 180 },
+                      CropCase{ 4000, 3000, 4000, 0, 1500, 1250, 750 },
+                      CropCase{ 1440, 1080, 1536, 0, 540, 450, 270 },
+                      CropCase{ 1280, 1024, 1280, 0, 512, 384, 256 },   // 5:4 is within 0.1 of 4:3
+                      CropCase{ 1402, 1054, 1408, 0, 527, 438, 264 },   // odd side: integer halves
+                      CropCase{ 1000, 1000, 1000, 720, 720, 140, 140 }, // square: the previous side
+                      CropCase{ 1281, 721, 1281, 0, 480, 400, 120 }));  // 16:9 with odd sizes
 
 TEST(CropFailures, NullInputIsRefused)
 {

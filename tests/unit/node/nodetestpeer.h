@@ -118,6 +118,81 @@ struct ChiOisVerifyNodeTestPeer
         }
         return node.m_oisVerifyState.load();
     }
+
+    // Engine rig: the measurement library replaced, parameters set after Initialize, the ring
+    // buffer sized for them.
+    static void UseAlgorithm(ChiOisVerifyNode& node, PFNOISHIGHFPS pAlgo) { node.m_pOisHighFpsAlgo = pAlgo; }
+    static void SetVerdictLimits(ChiOisVerifyNode& node, UINT32 minFrameCount, UINT32 maxVerifyTimeMs)
+    {
+        node.m_minFrameCount = minFrameCount;
+        node.m_maxVerifyTime = maxVerifyTimeMs;
+        node.InitializeAlgoResultBuffer();
+    }
+    static void SetBaseGains(ChiOisVerifyNode& node, FLOAT gainX, FLOAT gainY)
+    {
+        node.m_baseGainX = gainX;
+        node.m_baseGainY = gainY;
+    }
+    // Calibration mode as Initialize sets it up: file manager, calibration log, EEPROM axis pairing.
+    static void EnableCalibration(ChiOisVerifyNode& node, INT32 gyroGainAndSRMatch)
+    {
+        node.m_isGyroGainCalib = 1;
+        if (NULL == node.m_pOisCalibFileManager)
+        {
+            node.m_pOisCalibFileManager = new OISCalibrationFile();
+        }
+        if (NULL == node.m_calibLogFile)
+        {
+            node.OpenCalibrationOutputs();
+        }
+        node.m_OISGyroGainAndSRMatch = gyroGainAndSRMatch;
+    }
+    static void SetDumpImage(ChiOisVerifyNode& node, INT32 dump) { node.m_DumpImageProp = dump; }
+    static BOOL PrepareDumpImage(ChiOisVerifyNode& node) { return node.PrepareDumpImage(); }
+    static void InitParam(ChiOisVerifyNode& node) { node.InitParam(); }
+    static BOOL ReadDebugImage(ChiOisVerifyNode& node) { return node.ReadDebugImage(); }
+
+    // Point blur as the ring gave it, then the SR step.
+    static void SetPointBlur(ChiOisVerifyNode& node, const OISPointBlur& blur)
+    {
+        node.m_pointBlur = blur;
+        node.m_blurValid = 1;
+    }
+    static void CalculateSR(ChiOisVerifyNode& node) { node.CalculateSR(); }
+    static OISVerifyResult VerifyResult(const ChiOisVerifyNode& node) { return node.m_verifyResult; }
+    static OISPointBlur    PointBlur(const ChiOisVerifyNode& node) { return node.m_pointBlur; }
+    static INT32           BlurValid(const ChiOisVerifyNode& node) { return node.m_blurValid; }
+
+    static const std::vector<OISGainSRRecord>& GainRecords(const ChiOisVerifyNode& node)
+    {
+        return node.m_gainSRRecords;
+    }
+    static OISSelectedGain SelectedGain(const ChiOisVerifyNode& node) { return node.m_selectedGain; }
+    static UINT32          SkippedFrames(const ChiOisVerifyNode& node) { return node.m_skipAlgoFrameNum; }
+    static INT32           VerifyDurationMs(const ChiOisVerifyNode& node) { return node.m_verifyDurationMs; }
+    static INT32           CalibCount(const ChiOisVerifyNode& node) { return node.m_oisCalibPara.oisCalibCnt; }
+
+    // What the destructor releases: both library handles and both text logs.
+    static void SetReleasables(ChiOisVerifyNode& node, void* hTableLib, void* hAlgoLib, FILE* pPointFile,
+                               FILE* pCalibFile)
+    {
+        node.m_hLogicalCameraTableLib = hTableLib;
+        node.m_hOisHighFpsLib         = hAlgoLib;
+        node.m_pPointPositionFile     = pPointFile;
+        node.m_calibLogFile           = pCalibFile;
+    }
+
+    // Writes out what the two text logs hold so far.
+    static void FlushTextLogs(ChiOisVerifyNode& node)
+    {
+        for (FILE* pFile : { node.m_pPointPositionFile, node.m_calibLogFile })
+        {
+            if (NULL != pFile)
+            {
+                fflush(pFile);
+            }
+        }
+    }
 };
 
 #endif // ZELK_TESTS_UNIT_NODE_NODETESTPEER_H

@@ -81,7 +81,7 @@ TEST(ProgressLine, ShowsDroppingThenMeasuringThenSr)
     EXPECT_NE(oisverify::FormatProgress(Progress(45, 0, 0, false)).find("verifying       dropping 46/120"),
               std::string::npos);
     EXPECT_NE(oisverify::FormatProgress(Progress(140, 20, 1, false)).find("measured 20/32  failed 1"), std::string::npos);
-    EXPECT_NE(oisverify::FormatProgress(Progress(151, 32, 1, true)).find("verified        measured 32/32  failed 1  SR "
+    EXPECT_NE(oisverify::FormatProgress(Progress(151, 32, 1, true)).find("done            measured 32/32  failed 1  SR "
                                                                       "24.13 / 24.05 dB"),
               std::string::npos);
 }
@@ -98,9 +98,17 @@ TEST(ProgressLine, FollowsTheGainSearch)
     EXPECT_NE(oisverify::FormatProgress(info).find("verifying gain  target 2 gain 0.90,1.00  measured 12/32"),
               std::string::npos)
         << oisverify::FormatProgress(info);
+    // The SR of the target measured last is shown under its own number, not as this target's.
+    info.hasSr           = false;
+    info.measuredTarget  = 1;
+    info.measuredHorSrDb = 10.744f;
+    info.measuredVerSrDb = 10.73f;
+    EXPECT_EQ(oisverify::FormatProgress(info),
+              "  frame 300    verifying gain  target 2 gain 0.90,1.00  measured 12/32  failed 0  target 1: SR 10.74 / "
+              "10.73 dB");
     info               = Progress(532, 320, 0, true);
     info.measuredPairs = 9;
-    EXPECT_NE(oisverify::FormatProgress(info).find("verified        gain search over, 9 pairs measured"),
+    EXPECT_NE(oisverify::FormatProgress(info).find("done            gain search over, 9 pairs measured"),
               std::string::npos)
         << oisverify::FormatProgress(info);
 }

@@ -10,6 +10,7 @@
 #include <stdint.h>
 
 #include <string>
+#include <vector>
 
 #include "session/emulateddevice.h"
 #include "sim/scenario.h"
@@ -106,6 +107,10 @@ struct RunConfig
     std::string   outDir;        // absolute; empty writes nothing
     uint32_t      progressEvery = 30;
     CalibrationConfig calibration; // enabled only with --calibrate
+    // Measure an OIS-off session through the node first, for the stabilisation gain against it.
+    bool          reference = false;
+    // What the options leave the node to do that the user may not expect; printed before the run.
+    std::vector<std::string> warnings;
 };
 
 // Fills the scenario's sensor and shake from layout and params, leaving module and noise as set.
