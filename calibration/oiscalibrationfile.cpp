@@ -7,18 +7,15 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
-#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <map>
 
 #include "androidservices.h"
+#include "calibrationlog.h"
 #include "devicepath.h"
+#include "persistfileio.h"
 
-#define CAL_LOG_TAG "CalibrationData"
-#define CAL_LOG_ERROR(fmt, ...) __android_log_print(ANDROID_LOG_ERROR, CAL_LOG_TAG, fmt, ##__VA_ARGS__)
-#define CAL_LOG_INFO(fmt, ...)  __android_log_print(ANDROID_LOG_INFO, CAL_LOG_TAG, fmt, ##__VA_ARGS__)
-#define CAL_LOG_DEBUG(fmt, ...) __android_log_print(ANDROID_LOG_DEBUG, CAL_LOG_TAG, fmt, ##__VA_ARGS__)
 
 const CHAR* const OISCalibrationFile::kPersistFilePath = "/mnt/vendor/persist/camera/com.zelk.oiscal.bin";
 
@@ -57,9 +54,7 @@ const FLOAT kMaxNormalisedGain = 2.0f;
 const FLOAT kMinRawGain        = 2000.0f;
 const FLOAT kMaxRawGain        = 17000.0f;
 
-const INT32 kWriteAttempts   = 3;
-const uid_t kPersistOwnerUid = 1000; // the system user, so the calibration service can read it
-const gid_t kPersistOwnerGid = 1000;
+const INT32 kWriteAttempts = 3;
 
 const size_t kFuseIdLengthOffset = 4; // characters 0-3 of a fuse-ID property value are a prefix
 const size_t kFuseIdLengthDigits = 4;
@@ -176,60 +171,125 @@ uint16_t OISCalibrationFile::ParseCrcColumn(const std::string& text)
     return static_cast<uint16_t>(static_cast<unsigned long>(value) & 0xFFFFu);
 }
 
+OISPersistLine OISCalibrationFile::MakePersistLine(const std::string& text, bool tooLong)
+{
+    OISPersistLine line = { text, 0, OISCalData{ "", "", "", "", 0 }, tooLong };
+    if (tooLong)
+    {
+        return line;
+    }
+    std::vector<std::string> columns;
+    SplitPersistLine(text, &columns);
+    line.columnCount = static_cast<INT32>(columns.size());
+    if (kColumnCount == line.columnCount)
+    {
+        line.record = { columns[0], columns[1], columns[2], columns[3], ParseCrcColumn(columns[4]) };
+    }
+    return line;
+}
+
 bool OISCalibrationFile::ReadPersistLines(FILE* pFile, std::vector<OISPersistLine>* pLines)
 {
-    CHAR*                    pBuffer  = NULL;
-    size_t                   capacity = 0;
-    ssize_t                  got      = 0;
-    std::vector<std::string> columns;
-    while ((got = getline(&pBuffer, &capacity, pFile)) > 0)
+    PersistLineReader reader([pFile](char* pBuffer, size_t bytes) -> ssize_t {
+        const size_t got = fread(pBuffer, 1, bytes, pFile);
+        return (0 == got && 0 != ferror(pFile)) ? -1 : static_cast<ssize_t>(got);
+    });
+    std::string text;
+    bool        tooLong = false;
+    while (reader.Next(&text, &tooLong))
     {
-        size_t length = static_cast<size_t>(got);
-        if ('\n' == pBuffer[length - 1])
-        {
-            length--;
-        }
-        OISPersistLine line = { std::string(pBuffer, length), 0, OISCalData() };
-        SplitPersistLine(line.text, &columns);
-        line.columnCount = static_cast<INT32>(columns.size());
-        if (kColumnCount == line.columnCount)
-        {
-            line.record = { columns[0], columns[1], columns[2], columns[3], ParseCrcColumn(columns[4]) };
-        }
-        else
-        {
-            line.record.crc = 0;
-        }
-        pLines->push_back(line);
+        pLines->push_back(MakePersistLine(text, tooLong));
     }
-    free(pBuffer);
-    return 0 == ferror(pFile);
+    return !reader.Failed();
+}
+
+// Every line of an open persist file; false after logging why the file could not be read in full.
+static bool ReadAllLines(int fd, std::vector<OISPersistLine>* pLines)
+{
+    PersistLineReader reader(DescriptorSource(fd));
+    std::string       text;
+    bool              tooLong = false;
+    // The size was checked at the open; a file that grows meanwhile is cut off at the limit.
+    while (reader.BytesRead() <= kMaxPersistFileBytes && reader.Next(&text, &tooLong))
+    {
+        pLines->push_back(OISCalibrationFile::MakePersistLine(text, tooLong));
+    }
+    if (reader.Failed() || reader.BytesRead() > kMaxPersistFileBytes)
+    {
+        CAL_LOG_ERROR("cannot read persist file %s: %s; read stopped after %zu lines\n",
+                      OISCalibrationFile::kPersistFilePath, reader.Failed() ? strerror(reader.Error()) : "it grew too large",
+                      pLines->size());
+        return false;
+    }
+    return true;
+}
+
+// The records among the lines, in order; the others are reported (when logging) and skipped.
+static void KeepRecords(const std::vector<OISPersistLine>& lines, bool logRecords, std::vector<OISCalData>* pRecords)
+{
+    for (size_t index = 0; index < lines.size(); index++)
+    {
+        const OISPersistLine& line = lines[index];
+        if (line.tooLong)
+        {
+            CAL_LOG_ERROR("persist file line %zu is longer than %zu bytes; not a record", index + 1, kMaxPersistLineBytes);
+            continue;
+        }
+        if (OISCalibrationFile::kColumnCount != line.columnCount)
+        {
+            if (logRecords)
+            {
+                CAL_LOG_ERROR("Not expected file format, colum number: %d", line.columnCount);
+            }
+            continue;
+        }
+        const OISCalData& record = line.record;
+        if (logRecords)
+        {
+            CAL_LOG_INFO("exist calibration info: %s, %s, %s, %s, %s\n", record.calibFlag.c_str(),
+                         record.fuseId.c_str(), record.gainX.c_str(), record.gainY.c_str(),
+                         std::to_string(record.crc).c_str());
+        }
+        pRecords->push_back(record);
+    }
+}
+
+OISCalibrationFile::ReadResult OISCalibrationFile::ReadRecords(std::vector<OISCalData>* pRecords, bool logRecords)
+{
+    pRecords->clear();
+    int                     fd     = -1;
+    int                     error  = 0;
+    const PersistOpenResult opened = OpenPersistForReading(DevicePath(kPersistFilePath).Get(), &fd, &error);
+    switch (opened)
+    {
+        case PersistOpenResult::Missing: return ReadResult::Read;
+        case PersistOpenResult::NotRegular:
+            CAL_LOG_ERROR("persist file %s is not a regular file; not read\n", kPersistFilePath);
+            return ReadResult::NotRegular;
+        case PersistOpenResult::TooLarge:
+            CAL_LOG_ERROR("persist file %s is larger than %zu bytes; not read\n", kPersistFilePath, kMaxPersistFileBytes);
+            return ReadResult::Failed;
+        case PersistOpenResult::Failed:
+            CAL_LOG_ERROR("cannot open persist file %s: %s\n", kPersistFilePath, strerror(error));
+            return ReadResult::Failed;
+        case PersistOpenResult::Opened: break;
+    }
+    std::vector<OISPersistLine> lines;
+    const bool                  readAll = ReadAllLines(fd, &lines);
+    close(fd);
+    if (!readAll)
+    {
+        return ReadResult::Failed;
+    }
+    KeepRecords(lines, logRecords, pRecords);
+    return ReadResult::Read;
 }
 
 void OISCalibrationFile::ParsePersistFile()
 {
-    m_calData.clear();
-    FILE* pFile = fopen(DevicePath(kPersistFilePath).Get(), "rb");
-    if (NULL == pFile)
+    if (ReadResult::Read != ReadRecords(&m_calData, true))
     {
-        return;
-    }
-    std::vector<OISPersistLine> lines;
-    ReadPersistLines(pFile, &lines);
-    fclose(pFile);
-
-    for (const OISPersistLine& line : lines)
-    {
-        if (kColumnCount != line.columnCount)
-        {
-            CAL_LOG_ERROR("Not expected file format, colum number: %d", line.columnCount);
-            continue;
-        }
-        const OISCalData& record = line.record;
-        CAL_LOG_INFO("exist calibration info: %s, %s, %s, %s, %s\n", record.calibFlag.c_str(),
-                     record.fuseId.c_str(), record.gainX.c_str(), record.gainY.c_str(),
-                     std::to_string(record.crc).c_str());
-        m_calData.push_back(record);
+        m_calData.clear();
     }
 }
 
@@ -315,75 +375,79 @@ void OISCalibrationFile::StoreGains(const std::string& fuseId, FLOAT gainX, FLOA
     pRecord->crc       = GetCrc(pRecord);
 }
 
-// Whether the partition can take `bytes` once the current file's blocks are freed by the
-// truncation. Rewriting a file that cannot be written back in full would lose every record in it,
-// so such an attempt fails before the file is touched. Unknown space is not a reason to refuse.
-static bool PersistFileFits(const CHAR* pPath, size_t bytes)
+bool OISCalibrationFile::ReadsBackAs(const OISCalData& record)
 {
-    struct statvfs partition = {};
-    std::string    folder(pPath);
-    folder = folder.substr(0, folder.find_last_of('/') + 1);
-    if (0 != statvfs(folder.c_str(), &partition) || 0 == partition.f_bsize)
+    std::string text = FormatRecordLine(record);
+    text.pop_back(); // the line feed
+    if ((text.size() > kMaxPersistLineBytes) || (std::string::npos != text.find('\n')))
     {
-        return true;
+        return false;
     }
-    struct stat current = {};
-    const unsigned long long freedBytes = (0 == stat(pPath, &current)) ? 512ull * current.st_blocks : 0;
-    const unsigned long long freeBytes  = static_cast<unsigned long long>(partition.f_bavail) * partition.f_bsize;
-    const unsigned long long neededBytes = (bytes + partition.f_bsize - 1) / partition.f_bsize * partition.f_bsize;
-    if (neededBytes > freeBytes + freedBytes)
+    const OISPersistLine line = MakePersistLine(text, false);
+    const OISCalData&    back = line.record;
+    return (kColumnCount == line.columnCount) && (back.calibFlag == record.calibFlag) &&
+           (back.fuseId == record.fuseId) && (back.gainX == record.gainX) && (back.gainY == record.gainY) &&
+           (back.crc == record.crc);
+}
+
+// The text of a fuse ID for a log line: control bytes as \xNN, so a line break in it cannot
+// forge a second log line.
+static std::string PrintableFuseId(const std::string& fuseId)
+{
+    std::string shown;
+    for (unsigned char c : fuseId)
     {
-        CAL_LOG_ERROR("not enough space to rewrite %s: %zu bytes needed, %llu free\n", OISCalibrationFile::kPersistFilePath, bytes,
-                      freeBytes + freedBytes);
+        if (c < 0x20 || c == 0x7F)
+        {
+            CHAR escaped[8];
+            snprintf(escaped, sizeof(escaped), "\\x%02X", c);
+            shown += escaped;
+            continue;
+        }
+        shown.push_back(static_cast<CHAR>(c));
+    }
+    return shown;
+}
+
+// The checks before anything is stored: with enable, a fuse ID and gains in the accepted
+// intervals; always, a record that reads back as written (a comma or line break in the fuse ID,
+// or blanks at its ends, would make every later reader drop or change it). Refusals are logged
+// and printed for the operator.
+static bool MayStore(INT32 roleId, const std::string& fuseId, FLOAT gainX, FLOAT gainY, INT32 enable)
+{
+    if (0 != enable)
+    {
+        if (fuseId.empty())
+        {
+            printf("can't find camera[%d] fuseid\n", roleId);
+            return false;
+        }
+        if (!OISCalibrationFile::IsGainInRange(gainX) || !OISCalibrationFile::IsGainInRange(gainY))
+        {
+            const DOUBLE x = gainX;
+            const DOUBLE y = gainY;
+            CAL_LOG_ERROR("ois gain is not in the valid range : %f, %f (range: %f -- %f, %f -- %f)", x, y,
+                          DOUBLE(kMinNormalisedGain), DOUBLE(kMaxNormalisedGain), DOUBLE(kMinRawGain),
+                          DOUBLE(kMaxRawGain));
+            printf("ois gain is not in the valid range : %f, %f (range: %f -- %f, %f -- %f)\n", x, y,
+                   DOUBLE(kMinNormalisedGain), DOUBLE(kMaxNormalisedGain), DOUBLE(kMinRawGain),
+                   DOUBLE(kMaxRawGain));
+            return false;
+        }
+    }
+    OISCalData candidate = { std::to_string((0 != enable) ? 1 : 0), fuseId, std::to_string(gainX),
+                             std::to_string(gainY), 0 };
+    candidate.crc        = OISCalibrationFile::GetCrc(&candidate);
+    if (!OISCalibrationFile::ReadsBackAs(candidate))
+    {
+        const std::string shown = PrintableFuseId(fuseId);
+        CAL_LOG_ERROR("fuse id \"%s\" of camera[%d] cannot be stored: the record would not read back as written",
+                      shown.c_str(), roleId);
+        printf("fuse id \"%s\" of camera[%d] cannot be stored in %s\n", shown.c_str(), roleId,
+               OISCalibrationFile::kPersistFilePath);
         return false;
     }
     return true;
-}
-
-bool OISCalibrationFile::WritePersistFile() const
-{
-    DevicePath  path(kPersistFilePath);
-    std::string content;
-    for (const OISCalData& record : m_calData)
-    {
-        content += FormatRecordLine(record);
-    }
-    if (!PersistFileFits(path.Get(), content.size()))
-    {
-        return false;
-    }
-    FILE* pFile = fopen(path.Get(), "wb");
-    if (NULL == pFile)
-    {
-        CAL_LOG_ERROR("failed to open file %s\n", kPersistFilePath);
-        return false;
-    }
-    for (const OISCalData& record : m_calData)
-    {
-        const std::string line = FormatRecordLine(record);
-        CAL_LOG_INFO("write data: %s", line.c_str());
-        fwrite(line.data(), 1, line.size(), pFile);
-    }
-    // Mode and owner are set while the file is still open; a failure is reported, not retried.
-    if (0 != chmod(path.Get(), 0644))
-    {
-        printf("Error: fail to change permissions of %s to 0644: %s", kPersistFilePath, strerror(errno));
-    }
-    if (0 != chown(path.Get(), kPersistOwnerUid, kPersistOwnerGid))
-    {
-        fprintf(stderr, "Error changing group ownership of %s to %d: %s", kPersistFilePath,
-                static_cast<int>(kPersistOwnerGid), strerror(errno));
-    }
-    fclose(pFile);
-
-    struct stat status = {};
-    if (0 != stat(path.Get(), &status))
-    {
-        status.st_size = 0;
-    }
-    CAL_LOG_DEBUG("%s file size = %ld\n", kPersistFilePath, static_cast<long>(status.st_size));
-    // Only the low 32 bits of the size are looked at.
-    return 0 != static_cast<UINT32>(status.st_size);
 }
 
 bool OISCalibrationFile::OverwriteCalibrationData(const std::string& cameraId,
@@ -398,32 +462,21 @@ bool OISCalibrationFile::OverwriteCalibrationData(const std::string& cameraId,
         return false;
     }
     const std::string fuseId = LookUpFuseId(roleId);
-    if (0 != enable)
+    if (!MayStore(roleId, fuseId, gainX, gainY, enable))
     {
-        if (fuseId.empty())
-        {
-            printf("can't find camera[%d] fuseid\n", roleId);
-            return false;
-        }
-        if (!IsGainInRange(gainX) || !IsGainInRange(gainY))
-        {
-            const DOUBLE x = gainX;
-            const DOUBLE y = gainY;
-            CAL_LOG_ERROR("ois gain is not in the valid range : %f, %f (range: %f -- %f, %f -- %f)", x, y,
-                          DOUBLE(kMinNormalisedGain), DOUBLE(kMaxNormalisedGain), DOUBLE(kMinRawGain),
-                          DOUBLE(kMaxRawGain));
-            printf("ois gain is not in the valid range : %f, %f (range: %f -- %f, %f -- %f)\n", x, y,
-                   DOUBLE(kMinNormalisedGain), DOUBLE(kMaxNormalisedGain), DOUBLE(kMinRawGain),
-                   DOUBLE(kMaxRawGain));
-            return false;
-        }
+        return false;
     }
     StoreGains(fuseId, gainX, gainY, enable);
     for (INT32 attempt = 0; attempt < kWriteAttempts; attempt++)
     {
-        if (WritePersistFile())
+        bool abort = false;
+        if (RewriteAttempt(fuseId, gainX, gainY, enable, &abort))
         {
             return true;
+        }
+        if (abort)
+        {
+            return false;
         }
     }
     return false;

@@ -28,8 +28,9 @@ struct OISCalData
 struct OISPersistLine
 {
     std::string text;
-    INT32       columnCount; // a record has exactly five
+    INT32       columnCount; // a record has exactly five; 0 for a line too long to be one
     OISCalData  record;      // filled only for a line of five columns
+    bool        tooLong = false; // longer than kMaxPersistLineBytes; text holds its start only
 };
 
 class OISCalibrationFile
@@ -42,14 +43,19 @@ public:
     OISCalibrationFile();
     ~OISCalibrationFile();
 
-    // Replaces the records by those of the persist file; a missing or unreadable file leaves
-    // none. Lines that are not five columns are logged and skipped; CRCs are not checked.
+    // Replaces the records by those of the persist file; a missing or unreadable file (or one
+    // that is not a regular file) leaves none. Lines that are not five columns are logged and
+    // skipped; CRCs are not checked.
     void ParsePersistFile();
 
     // Sets the gains of the module of camera role cameraId (decimal text) in the records,
     // replacing its first record or appending one, and rewrites the file in up to three
     // attempts. enable non-zero marks the record as calibrated and requires a known fuse ID and
-    // gains inside the accepted intervals. True when the file was written and is not empty.
+    // gains inside the accepted intervals. A record that would not read back as written (a fuse
+    // ID with a comma, a line break or blanks at either end) is refused. Each attempt rereads the
+    // file under the folder's lock, so records other writers stored meanwhile are kept, and a file
+    // that cannot be read in full is not rewritten at all. True when the file was written and is
+    // not empty.
     bool OverwriteCalibrationData(const std::string& cameraId, FLOAT gainX, FLOAT gainY, INT32 enable);
 
     // CRC-16/KERMIT of calibFlag, fuseId, gainX and gainY joined without separator; the stored
@@ -68,8 +74,14 @@ public:
     static uint16_t ParseCrcColumn(const std::string& text);
 
     // Reads every line of an open file. False when reading failed (e.g. the path is a directory);
-    // the lines read until then are kept.
+    // the lines read until then are kept. Lines longer than any record are marked too long.
     static bool ReadPersistLines(FILE* pFile, std::vector<OISPersistLine>* pLines);
+
+    // One line as read: its columns and, for five of them, the record.
+    static OISPersistLine MakePersistLine(const std::string& text, bool tooLong);
+
+    // Whether the record's line reads back as the same record (fields and CRC).
+    static bool ReadsBackAs(const OISCalData& record);
 
     // The fuse ID inside a fuse-ID property value: characters 4 to 7 are its length in decimal,
     // the ID starts at character 8 (shorter if the value ends first). False for a value shorter
@@ -86,9 +98,20 @@ private:
     OISCalibrationFile(const OISCalibrationFile&)            = delete;
     OISCalibrationFile& operator=(const OISCalibrationFile&) = delete;
 
+    enum class ReadResult
+    {
+        Read,       // the whole file, or no file at all
+        NotRegular,
+        Failed,     // too large, unreadable, or a read error part way
+    };
+
     std::string LookUpFuseId(INT32 roleId) const;
     void        StoreGains(const std::string& fuseId, FLOAT gainX, FLOAT gainY, INT32 enable);
-    bool        WritePersistFile() const;
+    static ReadResult ReadRecords(std::vector<OISCalData>* pRecords, bool logRecords);
+    // One locked attempt: reread, store the gains, write a temporary file and rename it over
+    // the old one. *pAbort is set when the file must not be rewritten at all.
+    bool RewriteAttempt(const std::string& fuseId, FLOAT gainX, FLOAT gainY, INT32 enable, bool* pAbort);
+    bool WriteAndReplace(int folderFd, const std::string& name) const;
 
     std::vector<OISCalData> m_calData; // file order; appended records go to the end
 };

@@ -36,7 +36,9 @@ target_compile_options(fuzz_chihost PRIVATE ${_warning_flags} -g -O1 ${_cover_fl
 # com.zelk.node.zelkoisverify.so with its calibration file manager, exporting only ChiNodeEntry.
 file(GLOB _zelk_node_sources CONFIGURE_DEPENDS ${ZELK_SOURCE_DIR}/node/*.cpp)
 add_library(fuzz_zelkoisverify SHARED ${_zelk_node_sources}
-  ${ZELK_SOURCE_DIR}/calibration/oiscalibrationfile.cpp)
+  ${ZELK_SOURCE_DIR}/calibration/oiscalibrationfile.cpp
+  ${ZELK_SOURCE_DIR}/calibration/oiscalibrationrewrite.cpp
+  ${ZELK_SOURCE_DIR}/calibration/persistfileio.cpp)
 set_target_properties(fuzz_zelkoisverify PROPERTIES
   PREFIX "" OUTPUT_NAME "com.zelk.node.zelkoisverify"
   CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON

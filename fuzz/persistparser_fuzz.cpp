@@ -1,6 +1,7 @@
 // Fuzz target of the calibration persist-file reader: the input is the file's bytes. Besides
 // running under the sanitizers, each input is checked against properties the reader must keep:
-//   - the lines read give back the input (line feeds removed, nothing lost or added);
+//   - the lines read give back the input (line feeds removed, nothing lost or added; a line
+//     longer than any record is cut and marked);
 //   - every line's columns are those of the standard library's token split at "\s*,\s*" (lines
 //     of up to kRegexLineLimit bytes, where the library's recursive matcher is safe);
 //   - a record written back and read again gives the same fields and CRC;
@@ -16,6 +17,7 @@
 #include <vector>
 
 #include "oiscalibrationfile.h"
+#include "persistfileio.h"
 
 namespace
 {
@@ -60,19 +62,27 @@ std::vector<OISPersistLine> ReadLines(const uint8_t* pData, size_t size)
     return lines;
 }
 
+// Each line read is the input's next line, cut to kMaxPersistLineBytes and marked too long
+// exactly when it is longer.
 void CheckLinesRebuildInput(const std::vector<OISPersistLine>& lines, const uint8_t* pData, size_t size)
 {
-    std::string rebuilt;
+    const std::string input(reinterpret_cast<const char*>(pData), size);
+    size_t            start = 0;
     for (const OISPersistLine& line : lines)
     {
-        rebuilt += line.text + "\n";
+        Require(start < input.size(), "no line beyond the input");
+        size_t end = input.find('\n', start);
+        if (end == std::string::npos)
+        {
+            end = input.size();
+        }
+        const std::string text = input.substr(start, end - start);
+        Require(line.tooLong == (text.size() > kMaxPersistLineBytes), "too long exactly above the limit");
+        Require(line.text == text.substr(0, kMaxPersistLineBytes), "lines give back the input");
+        Require(!line.tooLong || line.columnCount == 0, "a line too long is no record");
+        start = end + 1;
     }
-    std::string input(reinterpret_cast<const char*>(pData), size);
-    if (!input.empty() && input.back() != '\n')
-    {
-        input += "\n";
-    }
-    Require(rebuilt == input, "lines give back the input");
+    Require(start >= input.size(), "every line of the input is read");
 }
 
 void CheckColumns(const OISPersistLine& line)
@@ -105,6 +115,7 @@ void CheckRecordRoundTrip(const OISCalData& record)
                 columns[3] == record.gainY,
             "a written record reads back the same fields");
     Require(OISCalibrationFile::ParseCrcColumn(columns[4]) == record.crc, "a written CRC reads back the same");
+    Require(OISCalibrationFile::ReadsBackAs(record), "a record read is one the rewrite accepts");
 }
 
 void CheckFuseIdValue(const uint8_t* pData, size_t size)
@@ -131,6 +142,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t size)
     CheckLinesRebuildInput(lines, pData, size);
     for (const OISPersistLine& line : lines)
     {
+        if (line.tooLong)
+        {
+            continue;
+        }
         CheckColumns(line);
         if (line.columnCount == OISCalibrationFile::kColumnCount)
         {

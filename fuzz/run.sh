@@ -38,6 +38,7 @@ run_target() {
 }
 
 run_target persistparser_fuzz persist
+run_target persistrewrite_fuzz persistrewrite
 run_target nodeproperties_fuzz nodeproperties
 run_target noderecords_fuzz noderecords
 run_target nodeimages_fuzz nodeimages

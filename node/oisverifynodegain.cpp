@@ -3,7 +3,10 @@
 // service, over an abstract local stream socket, to load its calibration files again. The service
 // sends no reply. A failed notification is not an error for the caller once the file is written;
 // the following frames show whether the gain took effect.
+#include <errno.h>
+#include <fcntl.h>
 #include <sys/socket.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <string>
@@ -19,18 +22,60 @@ const CHAR   CalibrationServiceSocket[] = "com.zelk.camx.loadCalibrationFiles";
 // The whole message: no terminating zero, no line feed, no length prefix.
 const CHAR   ReloadGyroGainMessage[]    = "gyrogain";
 const SIZE_T ReloadGyroGainMessageBytes = sizeof(ReloadGyroGainMessage) - 1;
+// The longest a request waits for the service to take the connection. A service that is up
+// accepts at once; one whose queue stays full is stuck, and the gain is persisted anyway.
+const INT64  ServiceConnectWaitNs       = 100 * 1000000LL;
+const long   ServiceConnectRetryNs      = 2 * 1000000L;
+
+INT64 MonotonicNs()
+{
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<INT64>(now.tv_sec) * 1000000000LL + now.tv_nsec;
+}
+
+// socket_local_client without its blocking connect: a local stream connect blocks while the
+// listener's queue is full (a process that holds the name and never accepts), so the socket is
+// non-blocking and a full queue is retried until ServiceConnectWaitNs has passed. -1 on failure.
+int ConnectToServiceWithin()
+{
+    int socketFd = socket(AF_LOCAL, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    if (socketFd < 0)
+    {
+        return -1;
+    }
+    const INT64 deadlineNs = MonotonicNs() + ServiceConnectWaitNs;
+    for (;;)
+    {
+        if (socket_local_client_connect(socketFd, CalibrationServiceSocket, ANDROID_SOCKET_NAMESPACE_ABSTRACT,
+                                        SOCK_STREAM) >= 0)
+        {
+            return socketFd;
+        }
+        // A local connect either completes, fails, or finds the queue full (EAGAIN); it is never
+        // left in progress.
+        if (((EAGAIN != errno) && (EINTR != errno)) || (MonotonicNs() >= deadlineNs))
+        {
+            close(socketFd);
+            return -1;
+        }
+        const timespec pause = { 0, ServiceConnectRetryNs };
+        nanosleep(&pause, NULL);
+    }
+}
 
 // Connects, sends the reload request and closes. Failures are printed, never returned: the gain
 // is already persisted, and the service reads the file again whenever it next loads.
 void NotifyCalibrationService()
 {
-    int socketFd = socket_local_client(CalibrationServiceSocket, ANDROID_SOCKET_NAMESPACE_ABSTRACT, SOCK_STREAM);
+    int socketFd = ConnectToServiceWithin();
     if (socketFd < 0)
     {
         printf("socket init failed\n");
         return;
     }
     // MSG_NOSIGNAL: a service that went away must not take the camera process down with SIGPIPE.
+    // The socket is non-blocking: a full receive queue fails the send instead of waiting.
     ssize_t sent = send(socketFd, ReloadGyroGainMessage, ReloadGyroGainMessageBytes, MSG_NOSIGNAL);
     if (sent < 0)
     {

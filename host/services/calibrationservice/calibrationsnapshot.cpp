@@ -5,11 +5,13 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <unistd.h>
 
 #include <android/log.h>
 
 #include "chihost/services/calibrationservice.h"
 #include "oiscalibrationfile.h"
+#include "persistfileio.h"
 
 namespace chihost
 {
@@ -73,26 +75,47 @@ CalibrationSnapshot LoadCalibrationSnapshot(const std::string& path, uint64_t ge
 {
     CalibrationSnapshot snapshot;
     snapshot.generation = generation;
-    FILE* pFile = fopen(path.c_str(), "rb");
-    if (pFile == nullptr)
+    // Opened as the node opens it: never blocking, regular files of bounded size only.
+    int                     fd     = -1;
+    int                     error  = 0;
+    const PersistOpenResult opened = OpenPersistForReading(path.c_str(), &fd, &error);
+    if (opened == PersistOpenResult::Missing)
     {
         __android_log_print(ANDROID_LOG_INFO, kLogTag, "no persist file %s (%s); default gains for every module",
-                            path.c_str(), strerror(errno));
+                            path.c_str(), strerror(error));
         return snapshot;
     }
     std::vector<OISPersistLine> lines;
-    snapshot.fileRead = OISCalibrationFile::ReadPersistLines(pFile, &lines);
-    fclose(pFile);
+    if (opened == PersistOpenResult::Opened)
+    {
+        PersistLineReader reader(DescriptorSource(fd));
+        std::string       text;
+        bool              tooLong = false;
+        while (reader.Next(&text, &tooLong))
+        {
+            lines.push_back(OISCalibrationFile::MakePersistLine(text, tooLong));
+        }
+        close(fd);
+        snapshot.fileRead = !reader.Failed();
+    }
     if (!snapshot.fileRead)
     {
-        __android_log_print(ANDROID_LOG_ERROR, kLogTag, "cannot read persist file %s; default gains for every module",
-                            path.c_str());
+        const char* pWhy = (opened == PersistOpenResult::NotRegular) ? "not a regular file"
+                           : (opened == PersistOpenResult::TooLarge) ? "too large"
+                                                                       : "read error";
+        __android_log_print(ANDROID_LOG_ERROR, kLogTag, "cannot read persist file %s (%s); default gains for every module",
+                            path.c_str(), pWhy);
         return snapshot;
     }
 
     for (size_t index = 0; index < lines.size(); index++)
     {
         const int lineNumber = static_cast<int>(index + 1);
+        if (lines[index].tooLong)
+        {
+            Reject(&snapshot, lineNumber, "", "longer than " + std::to_string(kMaxPersistLineBytes) + " bytes");
+            continue;
+        }
         if (lines[index].columnCount != OISCalibrationFile::kColumnCount)
         {
             Reject(&snapshot, lineNumber, "",

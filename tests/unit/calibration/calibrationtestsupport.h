@@ -8,7 +8,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -58,6 +62,42 @@ private:
     FILE*       m_pFile;
     int         m_savedFd;
     std::string m_text;
+};
+
+// Ends the test program with a failure if the guarded scope has not finished after `limit`: a
+// hang guard for operations that must never block (not a measure of their speed).
+class HangGuard
+{
+public:
+    explicit HangGuard(std::string what, std::chrono::seconds limit = std::chrono::seconds(120))
+        : m_what(std::move(what))
+    {
+        m_thread = std::thread([this, limit] {
+            std::unique_lock<std::mutex> lock(m_mutex);
+            if (!m_done.wait_for(lock, limit, [this] { return m_finished; }))
+            {
+                fprintf(stderr, "HANG: %s did not finish\n", m_what.c_str());
+                fflush(stderr);
+                _exit(3);
+            }
+        });
+    }
+    ~HangGuard()
+    {
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            m_finished = true;
+        }
+        m_done.notify_all();
+        m_thread.join();
+    }
+
+private:
+    std::string             m_what;
+    std::mutex              m_mutex;
+    std::condition_variable m_done;
+    bool                    m_finished = false;
+    std::thread             m_thread;
 };
 
 // A fuse-ID property value as a device publishes it: four ignored characters, the ID's length in

@@ -87,6 +87,38 @@ struct ChiOisVerifyNodeTestPeer
         return node.ApplyGyroGain(roleId, gainX, gainY);
     }
 
+    // Runs a whole gain search (states 20 to 24, default step and limit, one frame of settling)
+    // without frames: each measurement reads the SR that srOf gives for the target pair. The
+    // state it ends in: 4, or an error.
+    static INT32 RunGainSearch(ChiOisVerifyNode& node, INT32 roleId, FLOAT baseGain, FLOAT (*srOf)(FLOAT, FLOAT))
+    {
+        node.m_isGyroGainCalib = 1;
+        node.m_oisCalibPara    = { roleId, 0, 18.0f, 0.05f, 0.2f, 1, 0, 0.0f, 0.0f };
+        node.m_baseGainX       = baseGain;
+        node.m_baseGainY       = baseGain;
+        for (OISVerifyState state : { StartState, VerifyingState, CalibStartState })
+        {
+            node.SetOISVerifyState(state);
+        }
+        for (INT32 step = 0; step < 1000; step++)
+        {
+            const INT32 state = node.m_oisVerifyState.load();
+            if ((VerifyDoneState == state) || (state < IdleState))
+            {
+                return state;
+            }
+            if (VerifyGainState == state)
+            {
+                const FLOAT sr      = srOf(node.m_oisCalibPara.gainXTarget, node.m_oisCalibPara.gainYTarget);
+                node.m_verifyResult = { 0, sr, sr, 1.0f, 1.0f };
+                node.RecordGainMeasurement(step);
+                continue;
+            }
+            node.OISCalibrate();
+        }
+        return node.m_oisVerifyState.load();
+    }
+
     // Engine rig: the measurement library replaced, parameters set after Initialize, the ring
     // buffer sized for them.
     static void UseAlgorithm(ChiOisVerifyNode& node, PFNOISHIGHFPS pAlgo) { node.m_pOisHighFpsAlgo = pAlgo; }
