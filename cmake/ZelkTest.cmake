@@ -19,7 +19,11 @@ function(zelk_add_gtest name)
   target_link_libraries(${name} PRIVATE GTest::gtest_main GTest::gmock ${ARG_LIBS})
   target_compile_definitions(${name} PRIVATE ${ARG_DEFINES})
   target_include_directories(${name} PRIVATE ${ARG_INCLUDES})
-  if(ARG_OWN_SOCKET_NAMESPACE)
+  if(ARG_OWN_SOCKET_NAMESPACE AND CMAKE_CROSSCOMPILING)
+    # The launcher is built for the target and could not start the test under the emulator:
+    # such programs run one at a time instead.
+    set(ARG_RESOURCE_LOCK calibration_service_socket)
+  elseif(ARG_OWN_SOCKET_NAMESPACE)
     # Discovery and every test run go through the launcher.
     set_target_properties(${name} PROPERTIES CROSSCOMPILING_EMULATOR $<TARGET_FILE:zelk_socket_namespace>)
     add_dependencies(${name} zelk_socket_namespace)
