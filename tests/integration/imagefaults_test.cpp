@@ -226,6 +226,35 @@ TEST_F(ImageFaultsTest, DumpFolderLinkedElsewhereIsReplacedNotFollowed)
     ExpectOutsideUntouched();
 }
 
+// The first measured crop's file replaced by a FIFO (opening it for writing would wait for a reader
+// in the request) or by a link out of the node's folders (writing would overwrite its target).
+class DebugCropEntryTest : public ImageFaultsTest, public ::testing::WithParamInterface<SpecialEntry>
+{
+};
+
+TEST_P(DebugCropEntryTest, IsRefusedAndTheSessionGoesOn)
+{
+    Open("1:0:0:10:4:60", [](chihost::DeviceRoot& root) { GetParam().make(root.Map(kDebugCrop), root.Map(kOutsideDir)); });
+    auto records = m_session.Run(14);
+    EXPECT_EQ(m_log.ChiLines(std::string("open image dump file failed. ") + kDebugCrop).size(), 1u);
+    EXPECT_TRUE(m_log.ChiLines(std::string("dump image succ. ") + kDebugCrop).empty());
+    EXPECT_EQ(m_log.ChiLines("algo return = 0").size(), 4u);
+    EXPECT_EQ(records.back().published.state, 3);
+    ExpectOutsideUntouched();
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Kinds, DebugCropEntryTest,
+    ::testing::Values(
+        SpecialEntry{ "Fifo", [](const std::string& path, const std::string&) { ASSERT_EQ(mkfifo(path.c_str(), 0600), 0); },
+                      "" },
+        SpecialEntry{ "LinkOut",
+                      [](const std::string& path, const std::string& outside) {
+                          ASSERT_EQ(symlink((outside + "keep.yuv").c_str(), path.c_str()), 0);
+                      },
+                      "" }),
+    [](const ::testing::TestParamInfo<SpecialEntry>& info) { return std::string(info.param.pName); });
+
 // A 4:3 frame whose stride is below its width: the crop length is set from the size (750,000,000)
 // and the window refused. The first-frame dump then has no crop and must not size a buffer from
 // that length (1.5 x its square is far beyond any memory).
