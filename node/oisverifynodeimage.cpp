@@ -31,8 +31,8 @@ const mode_t DumpFileMode     = 0644;
 // a FIFO or other special file at the name, or a symbolic link, is refused (null).
 FILE* OpenDumpFile(const CHAR* pDevicePath)
 {
-    const INT32 fd = open(DevicePath(pDevicePath).Get(), O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC,
-                          DumpFileMode);
+    const INT32 flags = O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC;
+    const INT32 fd    = open(DevicePath(pDevicePath).Get(), flags, DumpFileMode);
     if (fd < 0)
     {
         return NULL;

@@ -32,6 +32,25 @@ BOOL IsDebugImageName(const CHAR* pName)
     return ((0 == strcmp(pExtension, ".yuv")) || (0 == strcmp(pExtension, ".YUV420NV12"))) ? TRUE : FALSE;
 }
 
+// Reads up to bytes bytes into pBuffer, stopping early at the end of the file or an error.
+void ReadUpTo(INT32 fd, UINT8* pBuffer, SIZE_T bytes)
+{
+    SIZE_T offset = 0;
+    while (offset < bytes)
+    {
+        const ssize_t got = read(fd, pBuffer + offset, bytes - offset);
+        if ((got < 0) && (EINTR == errno))
+        {
+            continue;
+        }
+        if (got <= 0)
+        {
+            return;
+        }
+        offset += static_cast<SIZE_T>(got);
+    }
+}
+
 } // namespace
 
 BOOL ChiOisVerifyNode::ReadEEpromGyroGainProp()
@@ -171,18 +190,9 @@ BOOL ChiOisVerifyNode::ReadDebugImageFile(INT32 directoryFd, const std::string& 
     const SIZE_T fileSize = static_cast<SIZE_T>(status.st_size);
     const SIZE_T keep     = (fileSize < DebugImageBytes) ? fileSize : DebugImageBytes;
     UINT8*       pImage   = static_cast<UINT8*>(calloc((keep > 0) ? keep : 1, 1));
-    for (SIZE_T offset = 0; (NULL != pImage) && (offset < keep);)
+    if (NULL != pImage)
     {
-        const ssize_t got = read(fd, pImage + offset, keep - offset);
-        if ((got < 0) && (EINTR == errno))
-        {
-            continue;
-        }
-        if (got <= 0)
-        {
-            break;
-        }
-        offset += static_cast<SIZE_T>(got);
+        ReadUpTo(fd, pImage, keep);
     }
     close(fd);
     imageVector.push_back(pImage);

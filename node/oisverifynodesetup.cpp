@@ -110,6 +110,30 @@ T TruncateSaturating(DOUBLE value)
     return static_cast<T>(value);
 }
 
+// Removes every entry of the open dump folder as remove() would, but relative to the folder itself:
+// a file or link is unlinked, an (empty) folder removed; nothing is recursed into.
+void RemoveDumpFolderEntries(DIR* pDirectory)
+{
+    for (struct dirent* pEntry = readdir(pDirectory); NULL != pEntry; pEntry = readdir(pDirectory))
+    {
+        if ((0 == strcmp(pEntry->d_name, ".")) || (0 == strcmp(pEntry->d_name, "..")))
+        {
+            continue;
+        }
+        const std::string path    = std::string(DumpDirectory) + pEntry->d_name;
+        const BOOL        removed = (0 == unlinkat(dirfd(pDirectory), pEntry->d_name, 0)) ||
+                                    ((EISDIR == errno) && (0 == unlinkat(dirfd(pDirectory), pEntry->d_name, AT_REMOVEDIR)));
+        if (removed)
+        {
+            OIS_LOG_INFO_IN("PrepareDumpImage", "rm %s ", path.c_str());
+        }
+        else
+        {
+            OIS_LOG_ERROR_IN("PrepareDumpImage", "rm %s fail", path.c_str());
+        }
+    }
+}
+
 } // namespace
 
 ChiOisVerifyNode::ChiOisVerifyNode()
@@ -391,25 +415,7 @@ BOOL ChiOisVerifyNode::RenewDumpDirectory(BOOL failed)
     }
     else
     {
-        for (struct dirent* pEntry = readdir(pDirectory); NULL != pEntry; pEntry = readdir(pDirectory))
-        {
-            if ((0 == strcmp(pEntry->d_name, ".")) || (0 == strcmp(pEntry->d_name, "..")))
-            {
-                continue;
-            }
-            // As remove() does: a file or link is unlinked, an (empty) folder removed.
-            std::string path    = std::string(DumpDirectory) + pEntry->d_name;
-            const BOOL  removed = (0 == unlinkat(dirfd(pDirectory), pEntry->d_name, 0)) ||
-                                  ((EISDIR == errno) && (0 == unlinkat(dirfd(pDirectory), pEntry->d_name, AT_REMOVEDIR)));
-            if (removed)
-            {
-                OIS_LOG_INFO_IN("PrepareDumpImage", "rm %s ", path.c_str());
-            }
-            else
-            {
-                OIS_LOG_ERROR_IN("PrepareDumpImage", "rm %s fail", path.c_str());
-            }
-        }
+        RemoveDumpFolderEntries(pDirectory);
         closedir(pDirectory);
         if (0 == unlinkat(workFd, DumpFolderName, AT_REMOVEDIR))
         {
