@@ -123,24 +123,21 @@ std::string EntryName(zelkfuzz::FuzzReader& reader)
     return stem + pSuffix;
 }
 
-void WriteRegular(const std::string& path, size_t bytes)
+// Creates a regular file of the chart's first bytes plus holes up to size; a name already taken
+// (by any kind) is left as it is, and nothing here ever opens or follows what is there.
+void WriteRegular(const std::string& path, size_t bytes, uint64_t size)
 {
-    FILE* pFile = fopen(path.c_str(), "wb");
-    if (pFile == nullptr)
+    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (fd < 0)
     {
-        return; // a name taken twice by another kind
+        return;
     }
-    fwrite(TheDevice().chart.data(), 1, bytes, pFile);
-    fclose(pFile);
-}
-
-void WriteSparse(const std::string& path, uint64_t bytes)
-{
-    WriteRegular(path, kFrameBytes);
-    if (truncate(path.c_str(), static_cast<off_t>(bytes)) != 0)
+    if ((write(fd, TheDevice().chart.data(), bytes) != static_cast<ssize_t>(bytes)) ||
+        (ftruncate(fd, static_cast<off_t>(size)) != 0))
     {
-        zelkfuzz::Fail(kTarget, "cannot make a sparse debug image");
+        zelkfuzz::Fail(kTarget, "cannot write a debug image");
     }
+    close(fd);
 }
 
 // Link targets: an earlier entry, the outside file or folder, a device, nothing.
@@ -175,10 +172,10 @@ void MakeEntries(zelkfuzz::FuzzReader& reader)
         switch (kind)
         {
         case Regular:
-            WriteRegular(path, value % (kFrameBytes + 1));
+            WriteRegular(path, value % (kFrameBytes + 1), value % (kFrameBytes + 1));
             break;
         case Sparse:
-            WriteSparse(path, kFrameBytes + (static_cast<uint64_t>(value) << 1) % kMaxSparseBytes);
+            WriteRegular(path, kFrameBytes, kFrameBytes + (static_cast<uint64_t>(value) << 1) % kMaxSparseBytes);
             break;
         case Fifo:
             mkfifo(path.c_str(), 0600);
@@ -211,7 +208,7 @@ extern "C" int LLVMFuzzerInitialize(int* pArgc, char*** pArgv)
     }
     device.chart.assign(kFrameBytes, 0x80);
     zelkfuzz::DrawChart(device.chart.data(), kFrameBytes, kSidePx, kSidePx, kSidePx, zelkfuzz::ChartStyle());
-    WriteRegular(device.outsideFile, kFrameBytes);
+    WriteRegular(device.outsideFile, kFrameBytes, kFrameBytes);
     device.outsideContent = ReadAll(device.outsideFile);
     if (property_set(kAlgoParaProperty, kDebugModeParams) != 0)
     {
