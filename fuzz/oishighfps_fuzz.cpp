@@ -4,8 +4,10 @@
 //
 // Input (little-endian, zero past the end):
 //   u8  mode      bit 0: width and height are two raw i32 fields (any values) instead of a side;
-//                 bit 1: null image; bit 2: null result; bit 3: flat paper instead of the chart
-//   u16 side      256 + side % 1793 (the library's range), when bit 0 is clear
+//                 bit 1: null image; bit 2: null result; bit 3: flat paper instead of the chart;
+//                 bit 4: a side from the library's whole range (256 to 2048) instead of 256 to 768
+//   u16 side      256 + side % 1793, or 256 + side % 513, when bit 0 is clear (small images keep
+//                 the run fast; the large ones hold nothing the stages do not meet on small ones)
 //   i32 width, height   when bit 0 is set; an image is allocated only for a size the library takes
 //   u8  paper, ink      grey levels; u8 radius (1 % to 11 % of the side), i8 shiftX, shiftY (side/256 px)
 //   u8  noise     amplitude of a fixed-seed noise added to every pixel; u32 seed
@@ -35,6 +37,7 @@ namespace
 
 const int    kMinSidePx     = 256;
 const int    kMaxSidePx     = 2048;
+const int    kSmallSideRange = 513;
 const double kSpacingOfSide = 0.22;
 const int    kDiscOffsets[4][2] = { { 0, -1 }, { 0, 1 }, { -1, 0 }, { 1, 0 } };
 
@@ -159,7 +162,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t size)
     }
     else
     {
-        imageSize.width  = kMinSidePx + reader.U16() % (kMaxSidePx - kMinSidePx + 1);
+        const int range  = ((mode & 16) != 0) ? kMaxSidePx - kMinSidePx + 1 : kSmallSideRange;
+        imageSize.width  = kMinSidePx + reader.U16() % range;
         imageSize.height = imageSize.width;
     }
     const bool nullImage  = (mode & 2) != 0;
