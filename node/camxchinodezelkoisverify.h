@@ -249,8 +249,8 @@ private:
 
     // Debug images, all read at set-up (names sorted byte-wise, buffers owned, sizes in bytes).
     // A debug frame is the 720 x 720 luma square at the start of its file; no more is kept.
-    static const INT32  DebugImageSide  = 720;
-    static const SIZE_T DebugImageBytes = static_cast<SIZE_T>(DebugImageSide) * DebugImageSide;
+    static constexpr INT32  DebugImageSide  = 720;
+    static constexpr SIZE_T DebugImageBytes = static_cast<SIZE_T>(DebugImageSide) * DebugImageSide;
     std::vector<std::string> fileVector;
     std::vector<UINT8*>      imageVector;
     std::vector<SIZE_T>      imageSizeVector;
