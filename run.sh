@@ -7,7 +7,7 @@
 #   bash run.sh test    every test (unit, contract, integration, sim); the concurrency tests under
 #                       ThreadSanitizer; every test under AddressSanitizer and UndefinedBehavior-
 #                       Sanitizer; the tests cross-built for aarch64 under qemu; a bounded fuzz run
-#   bash run.sh fuzz    the fuzz targets only (FUZZ_SECONDS per target, default 60)
+#   bash run.sh fuzz    the fuzz targets only (FUZZ_SECONDS per target, default 45)
 #   bash run.sh build   install and build only
 set -euo pipefail
 
@@ -127,10 +127,10 @@ run_aarch64_tests() {
     -E '^calibration_loop_integration[.]'
 }
 
-# The libFuzzer targets (persist-file parser, node properties, host records, images) with the
-# address and undefined-behaviour sanitizers.
+# The libFuzzer targets (persist-file parser, node properties, host records, images, debug-image
+# folders, measurement library) with the address and undefined-behaviour sanitizers.
 run_fuzz_targets() {
-  FUZZ_BUILD_DIR="$BUILD_DIR-fuzz" bash fuzz/run.sh "${FUZZ_SECONDS:-60}"
+  FUZZ_BUILD_DIR="$BUILD_DIR-fuzz" bash fuzz/run.sh "${FUZZ_SECONDS:-45}"
 }
 
 case "${1:-}" in

@@ -95,3 +95,12 @@ endfunction()
 zelk_node_fuzz_target(nodeproperties_fuzz)
 zelk_node_fuzz_target(noderecords_fuzz)
 zelk_node_fuzz_target(nodeimages_fuzz)
+zelk_node_fuzz_target(nodedebugimages_fuzz)
+
+# The measurement library on its own, its sources built into the target with coverage so that the
+# fuzzer steers through its stages (the node targets load it uninstrumented).
+add_executable(oishighfps_fuzz oishighfps_fuzz.cpp ${_zelk_algo_sources})
+target_include_directories(oishighfps_fuzz PRIVATE ${ZELK_SOURCE_DIR}/platform/include)
+target_compile_options(oishighfps_fuzz PRIVATE ${_warning_flags} -g -O2 -ffp-contract=off -fno-trapping-math
+  ${_fuzz_flags})
+target_link_options(oishighfps_fuzz PRIVATE ${_fuzz_flags})

@@ -190,6 +190,11 @@ chihost::HostSession& Session()
     return TheDevice().session;
 }
 
+std::string MapDevicePath(const std::string& devicePath)
+{
+    return TheDevice().root.Map(devicePath);
+}
+
 const CHINODECALLBACKS& Callbacks()
 {
     return TheDevice().session.Callbacks();

@@ -56,6 +56,8 @@ void SetUpDevice(bool calibration);
 void SetCalibration(bool calibration);
 
 chihost::HostSession&   Session();
+// Where a device path (e.g. "/data/vendor/camera/ois") lies on the host, under the device root.
+std::string MapDevicePath(const std::string& devicePath);
 const CHINODECALLBACKS& Callbacks();
 // The node library's exported entry, looked up in the loaded library.
 PFNCHINODEENTRY NodeEntry();

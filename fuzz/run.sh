@@ -4,13 +4,13 @@
 # leak or a broken property stops the run with a non-zero status and leaves the input that did
 # it in the build directory as crash-*, leak-* or timeout-*.
 #
-#   bash fuzz/run.sh [SECONDS]      SECONDS per target, default 60 (or $FUZZ_SECONDS)
+#   bash fuzz/run.sh [SECONDS]      SECONDS per target, default 45 (or $FUZZ_SECONDS)
 #
 # Needs clang and libclang-rt-14-dev (libFuzzer); FUZZ_BUILD_DIR overrides build-fuzz.
 set -euo pipefail
 
 cd "$(dirname "$(readlink -f "$0")")/.."
-SECONDS_PER_TARGET=${1:-${FUZZ_SECONDS:-60}}
+SECONDS_PER_TARGET=${1:-${FUZZ_SECONDS:-45}}
 BUILD_DIR=${FUZZ_BUILD_DIR:-build-fuzz}
 
 generator=()
@@ -42,3 +42,5 @@ run_target persistrewrite_fuzz persistrewrite
 run_target nodeproperties_fuzz nodeproperties
 run_target noderecords_fuzz noderecords
 run_target nodeimages_fuzz nodeimages
+run_target nodedebugimages_fuzz nodedebugimages
+run_target oishighfps_fuzz oishighfps

@@ -150,13 +150,14 @@ private:
     void ApplyNodeProperties(CHINODECREATEINFO* pCreateInfo);
     BOOL PrepareDumpImage();
     BOOL RenewDumpDirectory(BOOL failed);
+    void RemoveDumpFolderLink(INT32 workFd);
     void InitializeAlgoResultBuffer();
     void OpenCalibrationOutputs();
     void GetGyroGainSRMatchInfo();
     BOOL ReadEEpromGyroGainProp();
     BOOL ImportOISHighFpsAlgo();
     BOOL ReadDebugImage();
-    BOOL ReadDebugImageFile(const std::string& name);
+    BOOL ReadDebugImageFile(INT32 directoryFd, const std::string& name);
     void ReleaseDebugImages();
 
     // Engine
@@ -189,7 +190,7 @@ private:
                                   UINT8** ppOutput, INT32* pCropLength);
     void                DumpInputImage(CHINODEPROCESSREQUESTINFO* pProcessRequestInfo);
     void                DumpInputCrop(const CHIIMAGELIST* pBuffer, UINT32 imageIndex, INT32 frameNum);
-    void                DumpDebugYUV(const UINT8* pCrop);
+    void                DumpDebugYUV(const UINT8* pCrop, INT32 cropLength);
     void UpdateOISVerifyInfo(CHINODEPROCESSREQUESTINFO* pProcessRequestInfo);
     BOOL ApplyStateTransition(OISVerifyState requested);
     void GenerateJson();
@@ -249,6 +250,9 @@ private:
     INT32  m_isBufferWrapped;
 
     // Debug images, all read at set-up (names sorted byte-wise, buffers owned, sizes in bytes).
+    // A debug frame is the 720 x 720 luma square at the start of its file; no more is kept.
+    static constexpr INT32  DebugImageSide  = 720;
+    static constexpr SIZE_T DebugImageBytes = static_cast<SIZE_T>(DebugImageSide) * DebugImageSide;
     std::vector<std::string> fileVector;
     std::vector<UINT8*>      imageVector;
     std::vector<SIZE_T>      imageSizeVector;

@@ -1,8 +1,11 @@
 // Image handling of the node: the square centre crop of a frame's luma plane that the measurement
 // runs on (half the short side for 4:3 frames, two thirds of it for 16:9), and the optional dumps
 // of crops for inspection.
+#include <fcntl.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cmath>
 
@@ -22,6 +25,30 @@ const FLOAT Aspect4By3        = 1.33f;
 const FLOAT Aspect16By9       = 1.77f;
 const UINT8 NeutralChroma     = 0x80;
 const UINT32 PathBytes        = 512;
+const mode_t DumpFileMode     = 0644;
+
+// Opens a dump file for writing as mode "wb" does, but never blocks and never leaves the folder:
+// a FIFO or other special file at the name, or a symbolic link, is refused (null).
+FILE* OpenDumpFile(const CHAR* pDevicePath)
+{
+    const INT32 flags = O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC;
+    const INT32 fd    = open(DevicePath(pDevicePath).Get(), flags, DumpFileMode);
+    if (fd < 0)
+    {
+        return NULL;
+    }
+    struct stat status;
+    FILE*       pFile = NULL;
+    if ((0 == fstat(fd, &status)) && S_ISREG(status.st_mode) && (0 == fcntl(fd, F_SETFL, 0)))
+    {
+        pFile = fdopen(fd, "wb");
+    }
+    if (NULL == pFile)
+    {
+        close(fd);
+    }
+    return pFile;
+}
 
 } // namespace
 
@@ -126,7 +153,7 @@ void ChiOisVerifyNode::DumpInputCrop(const CHIIMAGELIST* pBuffer, UINT32 imageIn
     CHAR fileName[PathBytes];
     ChiNodeUtils::SNPrintF(fileName, sizeof(fileName), DumpFileFormat, frameNum, m_cropLength, m_cropLength,
                            m_cropLength, m_cropLength);
-    FILE* pFile = ((0 == cropResult) && (0 != m_cropLength)) ? ChiNodeUtils::FOpen(DevicePath(fileName).Get(), "wb") : NULL;
+    FILE* pFile = ((0 == cropResult) && (0 != m_cropLength)) ? OpenDumpFile(fileName) : NULL;
     if (NULL != pFile)
     {
         ChiNodeUtils::FWrite(pCrop, static_cast<SIZE_T>(m_cropLength) * m_cropLength, 1, pFile);
@@ -142,34 +169,34 @@ void ChiOisVerifyNode::DumpInputCrop(const CHIIMAGELIST* pBuffer, UINT32 imageIn
     free(pCrop);
 }
 
-// Writes the first measured crop as a grey-chroma NV12 image for inspection.
-void ChiOisVerifyNode::DumpDebugYUV(const UINT8* pCrop)
+// Writes the first measured crop as a grey-chroma NV12 image for inspection. cropLength is that of
+// the crop passed (0 without one): a crop length the crop refused never sizes an allocation.
+void ChiOisVerifyNode::DumpDebugYUV(const UINT8* pCrop, INT32 cropLength)
 {
-    FILE* pFile = ChiNodeUtils::FOpen(DevicePath(DebugCropFile).Get(), "wb");
-    const SIZE_T side      = (m_cropLength > 0) ? static_cast<SIZE_T>(m_cropLength) : 0;
+    FILE* pFile = OpenDumpFile(DebugCropFile);
+    const SIZE_T side      = ((NULL != pCrop) && (cropLength > 0)) ? static_cast<SIZE_T>(cropLength) : 0;
     const SIZE_T lumaBytes = side * side;
     const SIZE_T size      = static_cast<SIZE_T>(3.0f * static_cast<FLOAT>(lumaBytes) / 2.0f);
-    UINT8*       pImage    = static_cast<UINT8*>(malloc((size > 0) ? size : 1));
+    if ((NULL == pFile) || (0 == lumaBytes))
+    {
+        OIS_LOG_ERROR_IN("DumpDebugYUV", "open image dump file failed. %s", DebugCropFile);
+        if (NULL != pFile)
+        {
+            ChiNodeUtils::FClose(pFile);
+        }
+        return;
+    }
+    UINT8* pImage = static_cast<UINT8*>(malloc(size));
     if (NULL == pImage)
     {
         // The file stays open here, as it always has on this path.
-        OIS_LOG_ERROR("alloc memory failed");
+        OIS_LOG_ERROR_IN("DumpDebugYUV", "alloc memory failed");
         return;
     }
-    if ((NULL != pFile) && (NULL != pCrop) && (0 != lumaBytes))
-    {
-        memset(pImage, NeutralChroma, size);
-        memcpy(pImage, pCrop, lumaBytes);
-        ChiNodeUtils::FWrite(pImage, size, 1, pFile);
-        OIS_LOG_INFO("dump image succ. %s", DebugCropFile);
-    }
-    else
-    {
-        OIS_LOG_ERROR("open image dump file failed. %s", DebugCropFile);
-    }
+    memset(pImage, NeutralChroma, size);
+    memcpy(pImage, pCrop, lumaBytes);
+    ChiNodeUtils::FWrite(pImage, size, 1, pFile);
+    OIS_LOG_INFO_IN("DumpDebugYUV", "dump image succ. %s", DebugCropFile);
     free(pImage);
-    if (NULL != pFile)
-    {
-        ChiNodeUtils::FClose(pFile);
-    }
+    ChiNodeUtils::FClose(pFile);
 }

@@ -3,8 +3,11 @@
 // replace camera frames in debug mode (all read once so no file access happens per frame).
 #include <dirent.h>
 #include <errno.h>
+#include <fcntl.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 
@@ -27,6 +30,25 @@ BOOL IsDebugImageName(const CHAR* pName)
         return FALSE;
     }
     return ((0 == strcmp(pExtension, ".yuv")) || (0 == strcmp(pExtension, ".YUV420NV12"))) ? TRUE : FALSE;
+}
+
+// Reads up to bytes bytes into pBuffer, stopping early at the end of the file or an error.
+void ReadUpTo(INT32 fd, UINT8* pBuffer, SIZE_T bytes)
+{
+    SIZE_T offset = 0;
+    while (offset < bytes)
+    {
+        const ssize_t got = read(fd, pBuffer + offset, bytes - offset);
+        if ((got < 0) && (EINTR == errno))
+        {
+            continue;
+        }
+        if (got <= 0)
+        {
+            return;
+        }
+        offset += static_cast<SIZE_T>(got);
+    }
 }
 
 } // namespace
@@ -122,52 +144,60 @@ BOOL ChiOisVerifyNode::ReadDebugImage()
             fileVector.push_back(pEntry->d_name);
         }
     }
-    closedir(pDirectory);
 
     // Plain byte-wise order: frame numbers need leading zeros to sort numerically.
     std::sort(fileVector.begin(), fileVector.end());
     OIS_LOG_INFO("file vector size %d", static_cast<INT32>(fileVector.size()));
 
+    // The files are opened relative to the scanned folder, so they are the entries just listed.
     m_imageIndex = 0;
+    BOOL allRead = TRUE;
     for (const std::string& name : fileVector)
     {
-        if (FALSE == ReadDebugImageFile(name))
+        if (FALSE == ReadDebugImageFile(dirfd(pDirectory), name))
         {
-            return FALSE;
+            allRead = FALSE;
+            break;
         }
     }
-    return TRUE;
+    closedir(pDirectory);
+    return allRead;
 }
 
-BOOL ChiOisVerifyNode::ReadDebugImageFile(const std::string& name)
+// Keeps the first DebugImageBytes bytes of one debug image (all of a shorter one). The file is
+// opened without blocking and without following a link, and anything but a regular file is
+// refused like a file that cannot be opened: a FIFO would wait for a writer forever, a directory
+// or device has no size to read, and a link may lead out of the folder.
+BOOL ChiOisVerifyNode::ReadDebugImageFile(INT32 directoryFd, const std::string& name)
 {
-    const std::string path  = std::string(DebugImageDirectory) + "/" + name;
-    FILE*             pFile = fopen(DevicePath(path.c_str()).Get(), "rb");
-    long              size  = -1;
-    if ((NULL != pFile) && (0 == fseek(pFile, 0, SEEK_END)))
-    {
-        size = ftell(pFile);
-    }
-    if ((NULL == pFile) || (size < 0) || (0 != fseek(pFile, 0, SEEK_SET)))
+    const std::string path = std::string(DebugImageDirectory) + "/" + name;
+    const INT32       fd   = openat(directoryFd, name.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC);
+    if (fd < 0)
     {
         OIS_LOG_ERROR_IN("ReadDebugImage", "open %s failed, errno = %d", path.c_str(), errno);
-        if (NULL != pFile)
-        {
-            fclose(pFile);
-        }
+        return FALSE;
+    }
+    struct stat status;
+    if ((0 != fstat(fd, &status)) || !S_ISREG(status.st_mode))
+    {
+        OIS_LOG_ERROR_IN("ReadDebugImage", "open %s failed, not a regular file", path.c_str());
+        close(fd);
         return FALSE;
     }
 
-    // A file that shrank while being read keeps zeros where its bytes are missing.
-    UINT8* pImage = static_cast<UINT8*>(calloc((size > 0) ? size : 1, 1));
+    // Only the frame's luma square is ever used; a larger file is not read past it. A file that
+    // shrank meanwhile keeps zeros where its bytes are missing.
+    const SIZE_T fileSize = static_cast<SIZE_T>(status.st_size);
+    const SIZE_T keep     = (fileSize < DebugImageBytes) ? fileSize : DebugImageBytes;
+    UINT8*       pImage   = static_cast<UINT8*>(calloc((keep > 0) ? keep : 1, 1));
     if (NULL != pImage)
     {
-        (void)fread(pImage, 1, size, pFile);
+        ReadUpTo(fd, pImage, keep);
     }
-    fclose(pFile);
+    close(fd);
     imageVector.push_back(pImage);
-    imageSizeVector.push_back((NULL != pImage) ? static_cast<SIZE_T>(size) : 0);
-    OIS_LOG_INFO_IN("ReadDebugImage", "read file %s  iamge = %p imageSize = %d", path.c_str(),
-                    static_cast<void*>(pImage), static_cast<INT32>(size));
+    imageSizeVector.push_back((NULL != pImage) ? keep : 0);
+    OIS_LOG_INFO_IN("ReadDebugImage", "read file %s  iamge = %p imageSize = %lld", path.c_str(),
+                    static_cast<void*>(pImage), static_cast<long long>(status.st_size));
     return TRUE;
 }

@@ -17,8 +17,6 @@
 namespace
 {
 
-const INT32  DebugImageSide    = 720;
-const SIZE_T DebugImageBytes   = static_cast<SIZE_T>(DebugImageSide) * DebugImageSide;
 const INT32  AlgoNotCalled     = -10;
 const DOUBLE ReferenceBlurPx   = 181.248;
 const DOUBLE SROffsetDb        = 4.0;
@@ -156,7 +154,7 @@ void ChiOisVerifyNode::MeasureBuffer(const CHIIMAGELIST* pBuffer, INT32 frameNum
     OIS_LOG_INFO_IN("ExecOISVerifyAlgo", "algo return = %d", algoReturn);
     if ((0 == m_execAlgoFrameNum) && (0 == m_skipAlgoFrameNum))
     {
-        DumpDebugYUV(pCrop);
+        DumpDebugYUV(pCrop, (NULL != pCrop) ? m_cropLength : 0);
     }
     ActOnAlgoReturn(algoReturn, points);
     free(pCrop);
