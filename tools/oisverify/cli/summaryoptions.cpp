@@ -2,6 +2,7 @@
 #include "cli/summaryoptions.h"
 
 #include <limits.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -82,6 +83,7 @@ bool ReadSummaryOptions(const Arguments& arguments, RunConfig* pConfig, std::str
     }
     summary.moduleId = arguments.Has("module-id") ? arguments.Value("module-id") : ModuleFuseId(*pConfig);
     summary.station  = arguments.Has("station") ? arguments.Value("station") : HostName();
+    summary.started  = time(nullptr);
     for (const char* pName : { "module-id", "station" })
     {
         if (arguments.Has(pName) && !ValidId(arguments.Value(pName)))

@@ -8,7 +8,6 @@
 // a usage error.
 #include <stdio.h>
 #include <stdlib.h>
-#include <time.h>
 #include <unistd.h>
 
 #include "report/calibrationreport.h"
@@ -65,14 +64,6 @@ bool WriteSummary(const RunConfig& config, const RunSummary& summary)
     return static_cast<bool>(status);
 }
 
-// The run could not be completed after all: its measurement stays, its verdict does not count.
-void MarkError(RunSummary* pSummary, const std::string& reason)
-{
-    pSummary->verdict = kVerdictError;
-    pSummary->reason  = reason;
-    pSummary->reasons = { reason };
-}
-
 } // namespace
 
 int RunRun(int argc, char** argv, int first)
@@ -92,8 +83,7 @@ int RunRun(int argc, char** argv, int first)
     }
 
     // With the summary on stdout, stdout holds nothing else: the text goes to stderr.
-    const time_t started = time(nullptr);
-    FILE*        pText   = (config.summary.jsonPath == "-") ? stderr : stdout;
+    FILE* pText = (config.summary.jsonPath == "-") ? stderr : stdout;
     PrintRunHeader(pText, config);
     if (config.calibration.enabled)
     {
@@ -109,7 +99,7 @@ int RunRun(int argc, char** argv, int first)
     if (!status)
     {
         fprintf(stderr, "oisverify run: %s\n", status.Message().c_str());
-        WriteSummary(config, SummariseError(config, result, status.Message(), started));
+        WriteSummary(config, SummariseError(config, result, status.Message()));
         return 1;
     }
     std::vector<std::string> written;
@@ -121,19 +111,19 @@ int RunRun(int argc, char** argv, int first)
         verdict                          = DecideCalibrationVerdict(config, result, outcome);
         PrintCalibrationReport(pText, config, result, outcome, verdict, colour);
         status  = WriteRunOutputs(config, result, verdict, &written, &outcome);
-        summary = SummariseRun(config, result, verdict, &outcome, started);
+        summary = SummariseRun(config, result, verdict, &outcome);
     }
     else
     {
         verdict = DecideVerdict(MakeVerdictInput(config, result));
         PrintVerdict(pText, config, result, verdict, colour);
         status  = WriteRunOutputs(config, result, verdict, &written);
-        summary = SummariseRun(config, result, verdict, nullptr, started);
+        summary = SummariseRun(config, result, verdict, nullptr);
     }
     if (!status)
     {
         fprintf(stderr, "oisverify run: %s\n", status.Message().c_str());
-        MarkError(&summary, status.Message());
+        MarkRunError(&summary, status.Message());
         WriteSummary(config, summary);
         return 1;
     }

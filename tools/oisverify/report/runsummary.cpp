@@ -178,12 +178,12 @@ CalibrationSummary SummariseCalibration(const RunResult& result, const Calibrati
 }
 
 // Everything but the verdict and the measurement.
-RunSummary SummariseSession(const RunConfig& config, const RunResult& result, time_t started)
+RunSummary SummariseSession(const RunConfig& config, const RunResult& result)
 {
     RunSummary        summary;
     const NodeEvents& events = result.events;
     summary.toolVersion      = kToolVersion;
-    summary.timeUtc          = IsoUtc(started);
+    summary.timeUtc          = IsoUtc(config.summary.started);
     summary.moduleId         = config.summary.moduleId;
     summary.station          = config.summary.station;
     summary.mode             = config.calibration.enabled ? "calibrate" : "verify";
@@ -218,9 +218,9 @@ std::string IsoUtc(time_t when)
 }
 
 RunSummary SummariseRun(const RunConfig& config, const RunResult& result, const Verdict& verdict,
-                        const CalibrationOutcome* pCalibration, time_t started)
+                        const CalibrationOutcome* pCalibration)
 {
-    RunSummary        summary = SummariseSession(config, result, started);
+    RunSummary        summary = SummariseSession(config, result);
     const NodeEvents& events  = result.events;
     summary.verdict           = verdict.pass ? kVerdictPass : kVerdictFail;
     summary.reason            = verdict.headline;
@@ -247,14 +247,18 @@ RunSummary SummariseRun(const RunConfig& config, const RunResult& result, const 
     return summary;
 }
 
-RunSummary SummariseError(const RunConfig& config, const RunResult& result, const std::string& reason,
-                          time_t started)
+RunSummary SummariseError(const RunConfig& config, const RunResult& result, const std::string& reason)
 {
-    RunSummary summary = SummariseSession(config, result, started);
-    summary.verdict    = kVerdictError;
-    summary.reason     = reason;
-    summary.reasons    = { reason };
+    RunSummary summary = SummariseSession(config, result);
+    MarkRunError(&summary, reason);
     return summary;
+}
+
+void MarkRunError(RunSummary* pSummary, const std::string& reason)
+{
+    pSummary->verdict = kVerdictError;
+    pSummary->reason  = reason;
+    pSummary->reasons = { reason };
 }
 
 chihost::Status WriteRunSummary(const std::string& path, const RunSummary& summary)

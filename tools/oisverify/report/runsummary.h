@@ -163,16 +163,19 @@ struct RunSummary
 // "2026-11-23T15:40:02Z" for a time in seconds since the epoch.
 std::string IsoUtc(time_t when);
 
-// The summary of a finished session. pCalibration: a calibration run's outcome. started: when
-// the run began. Identity fields come from config.summary; the tool version and build ID are
-// the running tool's and the session's node library's.
+// The summary of a finished session. pCalibration: a calibration run's outcome. Identity and time
+// come from config.summary; the tool version and build ID are the running tool's and the
+// session's node library's.
 RunSummary SummariseRun(const RunConfig& config, const RunResult& result, const Verdict& verdict,
-                        const CalibrationOutcome* pCalibration, time_t started);
+                        const CalibrationOutcome* pCalibration);
 
 // The summary of a run that could not be completed: verdict ERROR with the reason, plus whatever
 // the session left in the result.
-RunSummary SummariseError(const RunConfig& config, const RunResult& result, const std::string& reason,
-                          time_t started);
+RunSummary SummariseError(const RunConfig& config, const RunResult& result, const std::string& reason);
+
+// Turns a summary into one of a run that could not be completed after all (its outputs could not
+// be written): the measurement stays, the verdict is ERROR with the reason.
+void MarkRunError(RunSummary* pSummary, const std::string& reason);
 
 // The document: indented over several lines, or (compact) on one line without a line feed, for
 // files that hold one document per line.

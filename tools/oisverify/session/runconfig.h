@@ -8,6 +8,7 @@
 #define ZELK_TOOLS_OISVERIFY_RUNCONFIG_H
 
 #include <stdint.h>
+#include <time.h>
 
 #include <string>
 
@@ -96,6 +97,7 @@ struct SummaryTarget
     std::string jsonPath; // absolute, "-" for stdout, empty for no document
     std::string moduleId; // --module-id, else the module's fuse ID, else empty
     std::string station;  // --station, else the host name
+    time_t      started = 0; // when the run was set up, in seconds since the epoch
 };
 
 struct RunConfig
