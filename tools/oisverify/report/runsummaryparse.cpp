@@ -365,12 +365,16 @@ bool ReadHead(FieldReader& root, RunSummary* pSummary)
 std::optional<RunSummary> ParseRunSummary(const std::string& text, std::string* pError)
 {
     std::string error;
-    JsonPtr     root(cJSON_ParseWithLength(text.data(), text.size()), cJSON_Delete);
+    // The whole text is the document: anything after it but white space rejects it. cJSON checks
+    // for the terminating NUL, so the length includes it and the text must hold no other.
+    const bool  hasNul = text.find('\0') != std::string::npos;
+    JsonPtr     root(hasNul ? nullptr : cJSON_ParseWithLengthOpts(text.c_str(), text.size() + 1, nullptr, true),
+                     cJSON_Delete);
     RunSummary  summary;
     FieldReader reader(root.get(), "", &error);
     if (!cJSON_IsObject(root.get()))
     {
-        error = root ? "the document is not a JSON object" : "the text is not JSON";
+        error = root ? "the document is not a JSON object" : "the text is not one JSON document";
     }
     else if (ReadHead(reader, &summary) && ReadAxis(reader, "horizontal", &summary.horizontal) &&
              ReadAxis(reader, "vertical", &summary.vertical) && reader.Bool("finished", &summary.finished) &&
