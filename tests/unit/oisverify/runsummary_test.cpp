@@ -362,7 +362,10 @@ TEST(SummaryOptions, JsonPathIsAbsoluteOrStdout)
 {
     char cwd[4096];
     ASSERT_NE(getcwd(cwd, sizeof(cwd)), nullptr);
-    EXPECT_EQ(Config({ "--json", "out/run.json" }).summary.jsonPath, std::string(cwd) + "/out/run.json");
+    EXPECT_EQ(Config({ "--json", "run.json" }).summary.jsonPath, std::string(cwd) + "/run.json");
+    EXPECT_EQ(Config({ "--out", "new", "--json", "new/../new/run.json" }).summary.jsonPath,
+              std::string(cwd) + "/new/run.json")
+        << "the output folder is made by the run";
     EXPECT_EQ(Config({ "--json", "-" }).summary.jsonPath, "-");
     EXPECT_EQ(Config({}).summary.jsonPath, "");
 }
@@ -371,6 +374,7 @@ TEST(SummaryOptions, RefuseEmptyPathsAndUnprintableIds)
 {
     const std::pair<std::vector<std::string>, std::string> cases[] = {
         { { "--json=" }, "--json needs a file name, or - for stdout" },
+        { { "--json", "/nonexistent/run.json" }, "--json /nonexistent/run.json: the folder /nonexistent does not exist" },
         { { "--module-id", "" }, "--module-id needs 1 to 128 printable ASCII characters, got ''" },
         { { "--station", "a\tb" }, "--station needs 1 to 128 printable ASCII characters, got 'a\\x09b'" },
         { { "--module-id", std::string(129, 'M') },

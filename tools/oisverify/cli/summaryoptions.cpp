@@ -80,6 +80,14 @@ bool ReadSummaryOptions(const Arguments& arguments, RunConfig* pConfig, std::str
         std::error_code error;
         const std::string absolute = std::filesystem::absolute(path, error).lexically_normal().string();
         summary.jsonPath = (path == "-") ? path : (error ? path : absolute);
+        // A folder that is not there fails now rather than after the whole session; the output
+        // folder is made by the session.
+        const std::filesystem::path folder = std::filesystem::path(summary.jsonPath).parent_path();
+        if (path != "-" && folder != pConfig->outDir && !std::filesystem::is_directory(folder, error))
+        {
+            *pError = "--json " + path + ": the folder " + folder.string() + " does not exist";
+            return false;
+        }
     }
     summary.moduleId = arguments.Has("module-id") ? arguments.Value("module-id") : ModuleFuseId(*pConfig);
     summary.station  = arguments.Has("station") ? arguments.Value("station") : HostName();
