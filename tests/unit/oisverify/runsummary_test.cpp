@@ -191,6 +191,9 @@ TEST(RunSummaryOfAnError, SaysErrorWithTheReason)
     EXPECT_EQ(summary.reason, "node library not found: /x.so");
     EXPECT_EQ(summary.reasons, std::vector<std::string>{ "node library not found: /x.so" });
     EXPECT_FALSE(summary.finished);
+    EXPECT_EQ(summary.timeUtc, "2026-11-23T13:40:02Z");
+    EXPECT_EQ(oisverify::SummariseError(Config({}), oisverify::RunResult(), "x", 0).timeUtc, "1970-01-01T00:00:00Z")
+        << "a time given wins over the configuration's";
 }
 
 // Every field set, texts that need escaping, a seed beyond what a double holds exactly.

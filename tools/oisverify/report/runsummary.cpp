@@ -254,6 +254,22 @@ RunSummary SummariseError(const RunConfig& config, const RunResult& result, cons
     return summary;
 }
 
+RunSummary SummariseRun(const RunConfig& config, const RunResult& result, const Verdict& verdict,
+                        const CalibrationOutcome* pCalibration, time_t started)
+{
+    RunSummary summary = SummariseRun(config, result, verdict, pCalibration);
+    summary.timeUtc    = IsoUtc(started);
+    return summary;
+}
+
+RunSummary SummariseError(const RunConfig& config, const RunResult& result, const std::string& reason,
+                          time_t started)
+{
+    RunSummary summary = SummariseError(config, result, reason);
+    summary.timeUtc    = IsoUtc(started);
+    return summary;
+}
+
 void MarkRunError(RunSummary* pSummary, const std::string& reason)
 {
     pSummary->verdict = kVerdictError;

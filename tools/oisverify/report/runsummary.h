@@ -168,10 +168,15 @@ std::string IsoUtc(time_t when);
 // session's node library's.
 RunSummary SummariseRun(const RunConfig& config, const RunResult& result, const Verdict& verdict,
                         const CalibrationOutcome* pCalibration);
+// The same with the run's time given (seconds since the epoch) instead of config.summary's.
+RunSummary SummariseRun(const RunConfig& config, const RunResult& result, const Verdict& verdict,
+                        const CalibrationOutcome* pCalibration, time_t started);
 
 // The summary of a run that could not be completed: verdict ERROR with the reason, plus whatever
 // the session left in the result.
 RunSummary SummariseError(const RunConfig& config, const RunResult& result, const std::string& reason);
+RunSummary SummariseError(const RunConfig& config, const RunResult& result, const std::string& reason,
+                          time_t started);
 
 // Turns a summary into one of a run that could not be completed after all (its outputs could not
 // be written): the measurement stays, the verdict is ERROR with the reason.
