@@ -167,7 +167,9 @@ INSTANTIATE_TEST_SUITE_P(
                          r->calibration.persistLines[0] = PersistRecord("OTHER", "1.100000", "1.100000"); },
                      {}, false, "holds no record of fuse ID \"ZKSIM0001\"" },
         VerdictCase{ "held axis", [](RunResult* r) { r->finalState = -21; }, { "--single-axis", "x" }, false,
-                     "the OIS service did not apply a gyro gain (with one axis held the search ends only" },
+                     "the persist file refused a gyro gain (a gain outside 0.5 to 2.0, no fuse ID for the module, or the file could "
+                     "not be written), so the node never asked the OIS service to apply it (with one axis held the "
+                     "search ends only" },
         VerdictCase{ "unfinished", [](RunResult* r) { r->finished = false; r->finalState = 23; }, {}, false,
                      "the node did not finish: still verifying gain" }));
 
@@ -227,6 +229,129 @@ TEST(CalibrationPage, SectionTakesThePlaceOfTheSrTable)
     EXPECT_EQ(clitest::CountOf(html, "<td class=\"good\">"), 4u + 2u) << "gains and SR of the selection, both SRs";
     EXPECT_NE(html.find("line 3  ok   fuse id &quot;&lt;A&amp;B&gt;\\x01&quot;"), std::string::npos) << html;
     EXPECT_NE(html.find("gyro X 0.80 to 1.20 in steps of 0.05 (9 targets)"), std::string::npos);
+}
+
+} // namespace
+
+namespace
+{
+
+template <typename Print>
+std::string Captured(Print print)
+{
+    char*  pText = nullptr;
+    size_t size  = 0;
+    FILE*  pOut  = open_memstream(&pText, &size);
+    print(pOut);
+    fclose(pOut);
+    std::string text(pText, size);
+    free(pText);
+    return text;
+}
+
+// Before the search: the node's rules that will surprise, with the way out.
+TEST(CalibrationHeader, WarnsAboutTheNodesSearchRules)
+{
+    const std::string plain = Captured([](FILE* p) { oisverify::PrintCalibrationHeader(p, CalibrationConfig()); });
+    EXPECT_EQ(clitest::CountOf(plain, "warning"), 0u) << plain;
+    EXPECT_NE(plain.find("note          the node persists the best gain pair it measured even when it stays below "
+                         "the limit"), std::string::npos);
+
+    const std::string gap =
+        Captured([](FILE* p) { oisverify::PrintCalibrationHeader(p, CalibrationConfig({ "--search", "0.3,0.1" })); });
+    EXPECT_NE(gap.find("gyro X target 0.90 leaves out the base gain 1.00: the node chooses among the targets only"),
+              std::string::npos) << gap;
+    EXPECT_NE(gap.find("(1 target)"), std::string::npos) << gap;
+    EXPECT_EQ(clitest::CountOf(gap, "leaves out the base gain"), 2u);
+
+    const std::string low =
+        Captured([](FILE* p) { oisverify::PrintCalibrationHeader(p, CalibrationConfig({ "--search", "0.1,0.6" })); });
+    EXPECT_NE(low.find("gyro X starts at 0.40, below the smallest gain the persist file takes (0.5): expect error -21"),
+              std::string::npos) << low;
+
+    const std::string held = Captured(
+        [](FILE* p) { oisverify::PrintCalibrationHeader(p, CalibrationConfig({ "--single-axis", "x" })); });
+    EXPECT_NE(held.find("the module is left on the last target written, up to 2.0"), std::string::npos) << held;
+    EXPECT_EQ(held.find("leaves out the base gain"), std::string::npos) << "a held search runs through the base";
+}
+
+// After the search: only the axes below the limit are called below it, and what the persist file
+// was left holding is said when the run fails.
+TEST(CalibrationReport, NamesOnlyTheAxesBelowAndWhatThePersistFileKeeps)
+{
+    const oisverify::RunConfig config  = CalibrationConfig({ "--limit", "30" });
+    RunResult                  result  = SearchedResult();
+    const CalibrationOutcome   outcome = oisverify::ReadCalibrationOutcome(config, result);
+    const oisverify::Verdict   verdict = oisverify::DecideCalibrationVerdict(config, result, outcome);
+    ASSERT_FALSE(verdict.pass);
+    const std::string text = Captured(
+        [&](FILE* p) { oisverify::PrintCalibrationReport(p, config, result, outcome, verdict, false); });
+    EXPECT_NE(text.find("FAIL  horizontal SR 15.24 dB, vertical SR 15.20 dB below the limit of 30.00 dB: the node "
+                        "searches"), std::string::npos) << text;
+    EXPECT_NE(text.find("the node's rule: the persist file keeps gains 1.100000, 1.100000 for the module although the "
+                        "run failed; restore its gains 1.00, 1.00"), std::string::npos) << text;
+    EXPECT_EQ(text.find("worse than the base gains"), std::string::npos);
+
+    RunResult single = SearchedResult();
+    oisverify::NoteLogLine('I', "Blur is valid [horSR, verSR] = [21.50, 25.00] [horBlur,verBlur] = [3.80, 1.70] "
+                                "m_execAlgoFrameNum = 32 verify duration time = 516 ms", &single.events);
+    single.events.verdicts.erase(single.events.verdicts.begin()); // this one is the base gains' verdict now
+    const oisverify::RunConfig held = CalibrationConfig({ "--limit", "22" });
+    const CalibrationOutcome   seen = oisverify::ReadCalibrationOutcome(held, single);
+    const std::string          line = Captured([&](FILE* p) {
+        oisverify::PrintCalibrationReport(p, held, single, seen,
+                                          oisverify::DecideCalibrationVerdict(held, single, seen), false);
+    });
+    EXPECT_NE(line.find("FAIL  horizontal SR 21.50 dB below the limit of 22.00 dB (vertical SR 25.00 dB reaches "
+                        "it)"), std::string::npos) << line;
+    EXPECT_NE(line.find("the node's rule: it persisted gains 1.10, 1.10 (SR 20.84 / 20.79 dB per gyro axis), worse "
+                        "than the base gains 1.00, 1.00 measured (21.50 / 25.00 dB)"), std::string::npos) << line;
+}
+
+// After a search the frames of the SR that counts are the selected gains' measurements, not the
+// last target's.
+TEST(CalibrationFrames, TheSelectedMeasurementsAreTheSrWindow)
+{
+    std::vector<oisverify::RunFrame> frames;
+    for (uint32_t frameNum = 180; frameNum <= 370; frameNum++)
+    {
+        oisverify::RunFrame frame;
+        frame.measured.frameNum = frameNum;
+        frame.inRing            = frameNum > 340;
+        frames.push_back(frame);
+    }
+    const std::vector<oisverify::SearchRecord> records = oisverify::ParseCalibrationLog(kCalibLog);
+    oisverify::GainSelection                   both;
+    both.gainX = both.gainY = 1.10f;
+    both.srXDb              = 20.84f;
+    both.srYDb              = 20.79f;
+    oisverify::MarkSelectedFrames(records, both, 31, &frames);
+    std::vector<uint32_t> marked;
+    for (const oisverify::RunFrame& frame : frames)
+    {
+        if (frame.inRing)
+        {
+            marked.push_back(frame.measured.frameNum);
+        }
+    }
+    ASSERT_EQ(marked.size(), 31u);
+    EXPECT_EQ(marked.front(), 294u);
+    EXPECT_EQ(marked.back(), 324u) << "the record's measurement ended at frame 324";
+
+    oisverify::GainSelection split = both;
+    split.gainY                    = 1.05f;
+    split.srYDb                    = 19.20f;
+    oisverify::MarkSelectedFrames(records, split, 31, &frames);
+    size_t count = 0;
+    for (const oisverify::RunFrame& frame : frames)
+    {
+        count += frame.inRing ? 1 : 0;
+    }
+    EXPECT_EQ(count, 62u) << "frames 251 to 281 for gyro Y, 294 to 324 for gyro X";
+    EXPECT_TRUE(frames[251 - 180].inRing);
+    EXPECT_FALSE(frames[250 - 180].inRing);
+    EXPECT_FALSE(frames[282 - 180].inRing);
+    EXPECT_FALSE(frames[370 - 180].inRing) << "the last target's ring is not the selection's";
 }
 
 } // namespace

@@ -76,6 +76,27 @@ TEST(PositionsFigure, HasEveryPanelWithItsSeries)
     }
 }
 
+// After a gain search the SR window is the selected measurements, not the last frames: one band
+// per run of window frames, each ending at its own last frame.
+TEST(PositionsFigure, BandsFollowTheWindowFrames)
+{
+    RunResult result = SampleResult(true);
+    for (size_t i = 0; i < result.frames.size(); i++)
+    {
+        result.frames[i].inRing = (i >= 1 && i <= 3) || (i >= 6 && i <= 7);
+    }
+    const std::string svg = oisverify::PositionsSvg(result);
+    EXPECT_EQ(clitest::CheckMarkup(svg), "");
+    EXPECT_EQ(clitest::CountOf(svg, "-ring\""), 8u);
+    EXPECT_EQ(clitest::CountOf(svg, "-ring-2\""), 8u);
+    EXPECT_EQ(clitest::CountOf(svg, "-ring-3\""), 0u);
+    for (RunFrame& frame : result.frames)
+    {
+        frame.inRing = false;
+    }
+    EXPECT_EQ(oisverify::PositionsSvg(result).find("-ring"), std::string::npos);
+}
+
 // Larger coordinates are drawn higher up: the y axis grows upwards.
 TEST(PositionsFigure, PlotsLargerValuesHigher)
 {

@@ -78,6 +78,19 @@ INSTANTIATE_TEST_SUITE_P(
         UsageCase{ { "--eeprom", "OISGyroGainAndSRMatch=yes" }, "32-bit unsigned value" },
         UsageCase{ { "--frobnicate" }, "unknown option '--frobnicate'" },
         UsageCase{ { "gain" }, "unexpected argument 'gain'" },
+        // Values the node or the device would take silently and run with something else.
+        UsageCase{ { "--prop", "vendor.debug.camera.oisAlgoPara=garbage" },
+                   "is 'garbage', not the node's colon-separated fields" },
+        UsageCase{ { "--setting", "enableOISGyroGainCalibraton=TRUE" },
+                   "unknown setting 'enableOISGyroGainCalibraton'; the device reads enableOISGyroGainCalibration, " },
+        UsageCase{ { "--setting", "enableSystemLog=yes" }, "setting enableSystemLog needs TRUE, FALSE, 1 or 0, got 'yes'" },
+        UsageCase{ { "--setting", "logInfoMask=0x1FFFFFFFF" }, "setting logInfoMask needs a decimal or 0x-hexadecimal" },
+        UsageCase{ { "--limit", "-5" }, "--limit needs an SR in dB above 0.1 and up to 100" },
+        UsageCase{ { "--limit", "0.1" }, "got '0.1'" },
+        UsageCase{ { "--limit", "100.5" }, "got '100.5'" },
+        UsageCase{ { "--reference", "--ois-off" }, "--reference measures an OIS-off session" },
+        UsageCase{ { "--reference", "--calibrate" }, "no meaning with --calibrate" },
+        UsageCase{ { "--reference", "--replay", "dir" }, "--reference describes the simulated module" },
         UsageCase{ { "--out", "a", "--out", "b" }, "given twice" },
         // The gain search.
         UsageCase{ { "--fuse-id", "M1" }, "--fuse-id belongs to the gain search; give --calibrate too" },
@@ -172,7 +185,7 @@ TEST(AlgoParaReading, FollowsTheNodesFieldRules)
         uint32_t    debug, drop, freq, fps;
     } cases[] = {
         { "", 0, 120, 4, 60 },         { "1:1:0:30:2:30", 1, 30, 2, 30 }, { "1:0:0:10:", 0, 10, 4, 60 },
-        { "1:0:0:10:8", 0, 10, 8, 60 }, { "1:0:0:10:8:30", 0, 10, 8, 30 }, { "7", 0, 0, 4, 60 },
+        { "1:0:0:10:8", 0, 10, 8, 60 }, { "1:0:0:10:8:30", 0, 10, 8, 30 }, { "x:0:0:10:8:30", 0, 10, 8, 30 },
     };
     for (const Case& c : cases)
     {
@@ -184,6 +197,12 @@ TEST(AlgoParaReading, FollowsTheNodesFieldRules)
         EXPECT_EQ(params.shakeFreqHz, c.freq) << c.text;
         EXPECT_EQ(params.frameRateHz, c.fps) << c.text;
     }
+    // One field is all field 0, which the node skips: every parameter would silently default.
+    oisverify::AlgoParams params;
+    std::string           error;
+    EXPECT_FALSE(oisverify::ParseAlgoPara("7", &params, &error));
+    EXPECT_EQ(error, "vendor.debug.camera.oisAlgoPara is '7', not the node's colon-separated fields (e.g. "
+                     "1:0:0:120:4:60): the node skips field 0 and would run with every other field defaulted");
 }
 
 TEST(SrLimit, ComesFromTheThirdCalibrationField)
@@ -347,6 +366,90 @@ TEST(RunOptions, WarnsWhenTheResidualShakeLeavesTheCrop)
         ASSERT_TRUE(oisverify::ParseRunWords(c.words, &config, &error)) << error;
         EXPECT_EQ(oisverify::DiscsLeaveTheCrop(config), c.leaves) << ::testing::PrintToString(c.words);
     }
+}
+
+} // namespace
+
+namespace
+{
+
+std::vector<std::string> WarningsOf(const Words& words)
+{
+    RunConfig   config;
+    std::string error;
+    EXPECT_TRUE(oisverify::ParseRunWords(words, &config, &error)) << error;
+    return config.warnings;
+}
+
+// Accepted, but with a warning before the run: what the node will do with them.
+TEST(RunWarnings, NameWhatTheNodeDoesWithAcceptedValues)
+{
+    EXPECT_EQ(WarningsOf({}), std::vector<std::string>{});
+    EXPECT_EQ(WarningsOf({ "--limit", "18.01" }), std::vector<std::string>{});
+    EXPECT_EQ(WarningsOf({ "--limit", "4" }),
+              std::vector<std::string>{ "an SR limit of 4.00 dB passes a module without OIS (about 4 dB at the "
+                                        "node's reference shake)" });
+    EXPECT_EQ(WarningsOf({ "--prop", "vendor.debug.camera.oisGainCalibrate=0:0:-3" }),
+              std::vector<std::string>{ "an SR limit of -3.00 dB passes a module without OIS (about 4 dB at the "
+                                        "node's reference shake), and the node's calibration refuses it (error -20)" });
+    EXPECT_EQ(WarningsOf({ "--prop", "vendor.debug.camera.oisAlgoPara=1:0:0:10:" }),
+              std::vector<std::string>{ "vendor.debug.camera.oisAlgoPara has 4 of its 6 fields; the node skips field 0 "
+                                        "and takes the missing ones as 0 or its defaults: drop 10 frames, 4 Hz, 60 fps" });
+    EXPECT_EQ(WarningsOf({ "--prop", "vendor.debug.camera.oisAlgoPara=1:0:0:10:4:60" }), std::vector<std::string>{});
+}
+
+TEST(RunWarnings, ReferenceRunIsAskedFor)
+{
+    RunConfig   config;
+    std::string error;
+    ASSERT_TRUE(oisverify::ParseRunWords({ "--reference" }, &config, &error)) << error;
+    EXPECT_TRUE(config.reference);
+    ASSERT_TRUE(oisverify::ParseRunWords({}, &config, &error)) << error;
+    EXPECT_FALSE(config.reference);
+}
+
+} // namespace
+
+namespace
+{
+
+std::string Header(const Words& words)
+{
+    RunConfig   config;
+    std::string error;
+    EXPECT_TRUE(oisverify::ParseRunWords(words, &config, &error)) << error;
+    char*  pText = nullptr;
+    size_t size  = 0;
+    FILE*  pOut  = open_memstream(&pText, &size);
+    oisverify::PrintRunHeader(pOut, config);
+    fclose(pOut);
+    std::string text(pText, size);
+    free(pText);
+    return text;
+}
+
+// The node's fixed rules are named before the run, with the way out.
+TEST(RunHeader, WarnsAboutTheNodesReferenceShakeAndTimeLimit)
+{
+    EXPECT_EQ(Header({}).find("warning"), std::string::npos) << Header({});
+    EXPECT_NE(Header({ "--ois-off", "--amplitude", "0" })
+                  .find("warning       no shake on either axis: the node's SR refers to a fixed 181.248 px shake, not "
+                        "to the shake applied, so a still chart reads as a perfect module"),
+              std::string::npos);
+    EXPECT_NE(Header({ "--amplitude", "181.248,0" }).find("no shake on the vertical axis"), std::string::npos);
+    EXPECT_NE(Header({ "--ois-off", "--amplitude", "90" })
+                  .find("the shake is 90.00 x 90.00 px, not the node's fixed reference of 181.248 px: the node's SR "
+                        "reads 10 log10(181.248 / shake) = +3.04 / +3.04 dB off"),
+              std::string::npos);
+    EXPECT_NE(Header({ "--fps", "24" }).find("warning       expect error -13: the node allows the 13 frame periods "
+                                             "of a verdict 520 ms, so frames must come faster than 25 fps"),
+              std::string::npos)
+        << Header({ "--fps", "24" });
+    EXPECT_NE(Header({ "--fps", "25" }).find("expect error -13"), std::string::npos);
+    EXPECT_EQ(Header({ "--fps", "26" }).find("expect error -13"), std::string::npos);
+    EXPECT_EQ(Header({ "--fps", "30" }).find("expect error -13"), std::string::npos);
+    EXPECT_NE(Header({ "--reference" }).find("reference     the node measures an OIS-off session"), std::string::npos);
+    EXPECT_NE(Header({ "--limit", "3" }).find("warning       an SR limit of 3.00 dB passes"), std::string::npos);
 }
 
 } // namespace

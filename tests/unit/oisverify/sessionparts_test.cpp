@@ -81,7 +81,7 @@ TEST(ProgressLine, ShowsDroppingThenMeasuringThenSr)
     EXPECT_NE(oisverify::FormatProgress(Progress(45, 0, 0, false)).find("verifying       dropping 46/120"),
               std::string::npos);
     EXPECT_NE(oisverify::FormatProgress(Progress(140, 20, 1, false)).find("measured 20/32  failed 1"), std::string::npos);
-    EXPECT_NE(oisverify::FormatProgress(Progress(151, 32, 1, true)).find("verified        measured 32/32  failed 1  SR "
+    EXPECT_NE(oisverify::FormatProgress(Progress(151, 32, 1, true)).find("done            measured 32/32  failed 1  SR "
                                                                       "24.13 / 24.05 dB"),
               std::string::npos);
 }
@@ -100,7 +100,7 @@ TEST(ProgressLine, FollowsTheGainSearch)
         << oisverify::FormatProgress(info);
     info               = Progress(532, 320, 0, true);
     info.measuredPairs = 9;
-    EXPECT_NE(oisverify::FormatProgress(info).find("verified        gain search over, 9 pairs measured"),
+    EXPECT_NE(oisverify::FormatProgress(info).find("done            gain search over, 9 pairs measured"),
               std::string::npos)
         << oisverify::FormatProgress(info);
 }

@@ -6,6 +6,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 
+#include <algorithm>
 #include <filesystem>
 
 #include "cli/calibrationoptions.h"
@@ -22,7 +23,7 @@ namespace
 
 // Options that describe the simulated module and table; recorded frames have neither.
 const char* const kSimulatorOptions[] = { "gain", "ideal-gain", "ois-off", "amplitude", "noise", "seed",
-                                          "debug-images", "swap-axes" };
+                                          "debug-images", "swap-axes", "reference" };
 // Options composed into vendor.debug.camera.oisAlgoPara.
 const char* const kAlgoParaOptions[] = { "freq", "fps", "drop", "debug-images", "dump-images" };
 
@@ -31,6 +32,12 @@ constexpr uint32_t kMaxFrameSidePx = 16384;
 // The measurement library takes square crops of 256 to 2048 pixels a side.
 constexpr int kMinCropSidePx = 256;
 constexpr int kMaxCropSidePx = 2048;
+// Limits the node cannot use: its calibration refuses one not above 0.1 dB (error -20), and a
+// module without OIS measures about 4 dB at the reference shake, so a lower limit passes it.
+constexpr double kLowestLimitDb  = 0.1;
+constexpr double kOisOffSrDb     = 4.0;
+constexpr double kHighestLimitDb = 100.0;
+constexpr size_t kAlgoParaFields = 6;
 
 bool CheckConflicts(OptionReader& reader, const chihost::NameValueList& userProps)
 {
@@ -45,6 +52,12 @@ bool CheckConflicts(OptionReader& reader, const chihost::NameValueList& userProp
     if (reader.Has("ois-off") && (reader.Has("gain") || reader.Has("ideal-gain")))
     {
         return reader.Fail("--ois-off contradicts --gain and --ideal-gain: with the OIS off no gain acts");
+    }
+    if (reader.Has("reference") && (reader.Has("ois-off") || reader.Has("calibrate")))
+    {
+        return reader.Fail(std::string("--reference measures an OIS-off session before a verification with the OIS "
+                                       "on; it has no meaning with --") +
+                           (reader.Has("ois-off") ? "ois-off" : "calibrate"));
     }
     for (const char* pName : kAlgoParaOptions)
     {
@@ -114,6 +127,25 @@ bool CheckCrop(OptionReader& reader, const FrameLayout& layout)
     return true;
 }
 
+// A property text with fewer fields than the node reads leaves the rest at the node's defaults
+// (no frames dropped among them), which the user may not have meant.
+void WarnShortAlgoPara(RunConfig* pConfig)
+{
+    const std::string& text   = pConfig->algoParaText;
+    size_t             fields = static_cast<size_t>(std::count(text.begin(), text.end(), ':')) + 1;
+    fields -= (!text.empty() && text.back() == ':') ? 1 : 0;
+    if (text.empty() || fields >= kAlgoParaFields)
+    {
+        return;
+    }
+    const AlgoParams& params = pConfig->params;
+    pConfig->warnings.push_back(std::string(kAlgoParaProperty) + " has " + std::to_string(fields) +
+                                " of its 6 fields; the node skips field 0 and takes the missing ones as 0 or its "
+                                "defaults: drop " + std::to_string(params.dropFrames) + " frames, " +
+                                std::to_string(params.shakeFreqHz) + " Hz, " + std::to_string(params.frameRateHz) +
+                                " fps");
+}
+
 // The test parameters: composed from --freq/--fps/--drop and the mode flags, or read from the
 // property the user gave.
 bool ReadParams(OptionReader& reader, const chihost::NameValueList& userProps, RunConfig* pConfig)
@@ -122,7 +154,12 @@ bool ReadParams(OptionReader& reader, const chihost::NameValueList& userProps, R
     if (HasEntry(userProps, kAlgoParaProperty))
     {
         pConfig->algoParaText = EffectiveProperty(userProps, kAlgoParaProperty);
-        return ParseAlgoPara(pConfig->algoParaText, &pConfig->params, &error) || reader.Fail(error);
+        if (!ParseAlgoPara(pConfig->algoParaText, &pConfig->params, &error))
+        {
+            return reader.Fail(error);
+        }
+        WarnShortAlgoPara(pConfig);
+        return true;
     }
     AlgoParams& params = pConfig->params;
     params.dropFrames  = reader.Has("replay") ? 0 : params.dropFrames;
@@ -144,17 +181,35 @@ bool ReadParams(OptionReader& reader, const chihost::NameValueList& userProps, R
     return true;
 }
 
+// --limit must be one the node can work with; a limit from the user's property is the node's
+// business (it may test error -20), so a useless one only draws a warning.
 bool ReadLimit(OptionReader& reader, const chihost::NameValueList& properties, RunConfig* pConfig)
 {
-    if (!reader.Number("limit", -100.0, 100.0, &pConfig->srLimitDb))
+    if (reader.Has("limit"))
     {
-        return false;
+        double limit = 0.0;
+        if (!OptionReader::ToNumber(reader.Value("limit"), -INFINITY, INFINITY, &limit) || limit <= kLowestLimitDb ||
+            limit > kHighestLimitDb)
+        {
+            return reader.Fail("--limit needs an SR in dB above 0.1 and up to 100 (the node's calibration refuses a "
+                               "limit not above 0.1 dB, and a module without OIS measures about 4 dB), got '" +
+                               reader.Value("limit") + "'");
+        }
+        pConfig->srLimitDb = limit;
     }
     std::string error;
     pConfig->srLimitSource = reader.Has("limit") ? "" : EffectiveProperty(properties, kGainCalibrateProperty);
     if (!reader.Has("limit") && !ParseSrLimit(pConfig->srLimitSource, &pConfig->srLimitDb, &error))
     {
         return reader.Fail(error);
+    }
+    if (pConfig->srLimitDb <= kOisOffSrDb)
+    {
+        char text[200];
+        snprintf(text, sizeof(text), "an SR limit of %.2f dB passes a module without OIS (about 4 dB at the node's "
+                 "reference shake)%s", pConfig->srLimitDb,
+                 pConfig->srLimitDb <= kLowestLimitDb ? ", and the node's calibration refuses it (error -20)" : "");
+        pConfig->warnings.push_back(text);
     }
     return true;
 }
@@ -203,7 +258,8 @@ std::vector<OptionSpec> RunOptionSpecs()
         { "stride", true, false, "BYTES", "bytes per row of the frames (default: the width)" },
         { "scanline", true, false, "ROWS", "rows of the luma plane (default: the height)" },
         { "seed", true, false, "N", "seed of sensor noise and OIS residual (default 1)" },
-        { "limit", true, false, "DB", "SR pass limit, written as the node's oisSpec (default 18.0)" },
+        { "limit", true, false, "DB", "SR pass limit above 0.1, written as the node's oisSpec (default 18.0)" },
+        { "reference", false, false, "", "measure an OIS-off session first and report the stabilisation gain" },
         { "debug-images", false, false, "", "node debug mode: measure rendered 720x720 images from the device" },
         { "dump-images", false, false, "", "let the node dump every input crop (copied to the output folder)" },
         { "replay", true, false, "DIR", "measure recorded NV12 frames, one file each, in name order" },
@@ -265,6 +321,7 @@ bool ParseRunConfig(const Arguments& arguments, RunConfig* pConfig, std::string*
     ComposeProperties(arguments.Has("limit"), userProps, &config);
     ComposeCalibrationDevice(&config);
     config.echoLog   = arguments.Has("log");
+    config.reference = arguments.Has("reference");
     config.replayDir = arguments.Has("replay") ? AbsolutePath(arguments.Value("replay")) : "";
     config.outDir    = AbsolutePath(arguments.Value("out", "oisverify-out"));
     if (!ReadSummaryOptions(arguments, &config, pError))

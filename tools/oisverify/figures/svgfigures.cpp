@@ -134,13 +134,18 @@ void DrawPanel(SvgDocument& svg, const RunResult& result, int circle, bool yAxis
     svg.BeginGroup(id);
     const Panel p = PanelFrame(svg, frames, values, left, top,
                                std::string(kCircleNames[circle]) + " circle, " + (yAxis ? "y" : "x") + " (px)");
-    const auto ring =
-        std::find_if(result.frames.begin(), result.frames.end(), [](const RunFrame& f) { return f.inRing; });
-    if (ring != result.frames.end())
+    // One band per run of SR-window frames: after a gain search the selected gains' measurements.
+    const auto inRing = [](const RunFrame& f) { return f.inRing; };
+    int        bands  = 0;
+    for (auto ring = std::find_if(result.frames.begin(), result.frames.end(), inRing); ring != result.frames.end();
+         ring      = std::find_if(ring, result.frames.end(), inRing))
     {
+        const auto   last = std::find_if_not(ring, result.frames.end(), inRing) - 1;
         const double from = p.x(ring->measured.frameNum - 0.5);
-        const double to   = p.x(result.frames.back().measured.frameNum + 0.5);
-        svg.Rect(from, p.top + 0.5, to - from, p.bottom - p.top - 1, kBandColour, "id=\"" + id + "-ring\"");
+        const double to   = p.x(last->measured.frameNum + 0.5);
+        const std::string suffix = (bands++ == 0) ? "-ring" : "-ring-" + std::to_string(bands);
+        svg.Rect(from, p.top + 0.5, to - from, p.bottom - p.top - 1, kBandColour, "id=\"" + id + suffix + "\"");
+        ring = last + 1;
     }
     DrawSeries(svg, result, p, circle, yAxis, id);
     svg.EndGroup();

@@ -1,7 +1,10 @@
 // Console and page output of a calibration run; see calibrationreport.h.
 #include "report/calibrationreport.h"
 
+#include <math.h>
 #include <stdlib.h>
+
+#include <utility>
 
 #include "cli/calibrationoptions.h"
 #include "chihost/services/calibrationservice.h"
@@ -17,6 +20,11 @@ namespace
 
 // Enough targets for any search the options allow; the count only words the header.
 constexpr int kMaxDescribedTargets = 10000;
+// The persist file takes normalised gains from 0.5 to 2.0 and refuses the target that leaves them.
+constexpr float  kSmallestPersistedGain = 0.5f;
+constexpr float  kLargestPersistedGain  = 2.0f;
+// A target within this fraction of the base gain is the base gain (single-precision steps).
+constexpr double kSameGain = 1.0e-4;
 
 std::string Format(const char* pFormat, double a, double b = 0.0, double c = 0.0)
 {
@@ -41,12 +49,26 @@ std::string InitialText(const RunConfig& config, const CalibrationOutcome& outco
     {
         return "the node reached no verdict at the base gains";
     }
-    const MeasuredSr& sr     = outcome.initial;
-    const std::string values = Format("horizontal SR %.2f dB, vertical SR %.2f dB", sr.horSrDb, sr.verSrDb);
-    return outcome.initialPass ? "PASS  " + values + Format(", at or above the limit of %.2f dB: no search needed",
-                                                            config.srLimitDb)
-                               : "FAIL  " + values + Format(", below the limit of %.2f dB: the node searches the "
-                                                            "gyro gains", config.srLimitDb);
+    const MeasuredSr& sr    = outcome.initial;
+    const float       limit = static_cast<float>(config.srLimitDb);
+    if (outcome.initialPass)
+    {
+        return Format("PASS  horizontal SR %.2f dB, vertical SR %.2f dB, at or above the limit of %.2f dB: no search "
+                      "needed", sr.horSrDb, sr.verSrDb, config.srLimitDb);
+    }
+    // Name as below only the axes that are; the other one is shown as reaching the limit.
+    std::string below, above;
+    for (const auto& axis : { std::make_pair("horizontal", sr.horSrDb), std::make_pair("vertical", sr.verSrDb) })
+    {
+        std::string value, limitText;
+        FormatAgainstLimit(axis.second, limit, &value, &limitText);
+        std::string& list = (axis.second < limit) ? below : above;
+        list += (list.empty() ? "" : ", ") + std::string(axis.first) + " SR " + value;
+    }
+    std::string limitText, unused;
+    FormatAgainstLimit(limit, limit, &limitText, &unused);
+    return "FAIL  " + below + " below the limit of " + limitText + (above.empty() ? "" : " (" + above + " reaches it)") +
+           ": the node searches the gyro gains";
 }
 
 // One row of the selection: selected gain, ideal gain, nearest tried gain, the node's SR with the
@@ -134,6 +156,108 @@ std::string SearchTableHtml(const CalibrationOutcome& outcome)
     return html + "</table>\n";
 }
 
+// The targets of an axis in the node's single precision, up to the upper bound (or, with the
+// other axis held, up to the first one the persist file refuses).
+std::vector<float> AxisTargets(const RunConfig& config, bool yAxis)
+{
+    double baseX = 0.0, baseY = 0.0;
+    BaseGains(config, &baseX, &baseY);
+    const float base  = static_cast<float>(yAxis ? baseY : baseX);
+    const float step  = static_cast<float>(config.calibration.stepFraction);
+    const float limit = static_cast<float>(config.calibration.limitFraction);
+    const float upper = (config.calibration.singleAxis != 0) ? kLargestPersistedGain : base * (1.0f + limit);
+    std::vector<float> targets;
+    for (int n = 0; n < kMaxDescribedTargets; n++)
+    {
+        const float target = (base * step) * static_cast<float>(n) + base * (1.0f - limit);
+        if (target > upper || (!targets.empty() && target == targets.back()))
+        {
+            break;
+        }
+        targets.push_back(target);
+    }
+    return targets;
+}
+
+// What the node's search rules will do with this search that the user may not expect.
+std::vector<std::string> SearchWarnings(const RunConfig& config)
+{
+    std::vector<std::string> warnings;
+    double baseX = 0.0, baseY = 0.0;
+    BaseGains(config, &baseX, &baseY);
+    for (const bool yAxis : { false, true })
+    {
+        if (AxisHeld(config, yAxis))
+        {
+            continue;
+        }
+        const char*              pAxis   = yAxis ? "gyro Y" : "gyro X";
+        const double             base    = yAxis ? baseY : baseX;
+        const std::vector<float> targets = AxisTargets(config, yAxis);
+        bool                     hasBase = false;
+        for (float target : targets)
+        {
+            hasBase = hasBase || fabs(target - base) <= kSameGain * base;
+        }
+        if (!targets.empty() && !hasBase && config.calibration.singleAxis == 0)
+        {
+            const std::string range = (targets.size() == 1)
+                                          ? Format(" target %.2f leaves", targets.front())
+                                          : Format(" targets %.2f to %.2f leave", targets.front(), targets.back());
+            warnings.push_back(std::string(pAxis) + range +
+                               Format(" out the base gain %.2f", base) +
+                               ": the node chooses among the targets only and persists the best of them even when "
+                               "the base gain measured better. Way out: a search LIMIT that is a whole number of "
+                               "STEPs (e.g. --search 0.05,0.2)");
+        }
+        if (!targets.empty() && targets.front() < kSmallestPersistedGain)
+        {
+            warnings.push_back(std::string(pAxis) + Format(" starts at %.2f", targets.front()) +
+                               ", below the smallest gain the persist file takes (0.5): expect error -21 at the "
+                               "first target");
+        }
+    }
+    if (config.calibration.singleAxis != 0)
+    {
+        warnings.push_back("with one axis held the node's search does not end by itself: the searched axis runs on "
+                           "past the range until the persist file refuses a target above 2.0 (error -21), and the "
+                           "module is left on the last target written, up to 2.0. Way out: search both axes, or "
+                           "restore the module's gains after the run");
+    }
+    return warnings;
+}
+
+// After the run: what the node's rules left in the persist file, and a selection that measured
+// worse than the base gains on an axis.
+void PrintPersistNotes(FILE* pOut, const RunConfig& config, const RunResult& result, const CalibrationOutcome& outcome,
+                       const Verdict& verdict)
+{
+    double baseX = 0.0, baseY = 0.0;
+    BaseGains(config, &baseX, &baseY);
+    if (!verdict.pass && outcome.persistLine >= 0)
+    {
+        const OISCalData& record = result.calibration.persistLines[static_cast<size_t>(outcome.persistLine)].record;
+        fprintf(pOut, "  the node's rule: the persist file keeps gains %s, %s for the module although the run "
+                      "failed; restore its gains %.2f, %.2f before the module leaves the station\n",
+                record.gainX.c_str(), record.gainY.c_str(), baseX, baseY);
+    }
+    if (!outcome.hasSelection || !outcome.hasInitial)
+    {
+        return;
+    }
+    uint32_t   flag    = 0;
+    const bool swapped = EepromSwapFlag(config, &flag) && flag == 1;
+    const float baseSrX = swapped ? outcome.initial.verSrDb : outcome.initial.horSrDb;
+    const float baseSrY = swapped ? outcome.initial.horSrDb : outcome.initial.verSrDb;
+    const GainSelection& s = outcome.selection;
+    if (s.srXDb < baseSrX || s.srYDb < baseSrY)
+    {
+        fprintf(pOut, "  the node's rule: it persisted gains %.2f, %.2f (SR %.2f / %.2f dB per gyro axis), worse "
+                      "than the base gains %.2f, %.2f measured (%.2f / %.2f dB): it chooses among its targets only\n",
+                s.gainX, s.gainY, s.srXDb, s.srYDb, baseX, baseY, baseSrX, baseSrY);
+    }
+}
+
 } // namespace
 
 // The targets in the node's single precision: base x step x n + base x (1 - limit), up to the
@@ -160,7 +284,7 @@ std::string DescribeAxisSearch(const RunConfig& config, bool yAxis)
         return Format("from %.2f up in steps of %.2f", lowest, base * step);
     }
     return Format("%.2f to %.2f in steps of %.2f", lowest, (base * step) * static_cast<float>(last) + lowest,
-                  base * step) + " (" + std::to_string(last + 1) + " targets)";
+                  base * step) + " (" + std::to_string(last + 1) + (last == 0 ? " target)" : " targets)");
 }
 
 void PrintCalibrationHeader(FILE* pOut, const RunConfig& config)
@@ -187,11 +311,12 @@ void PrintCalibrationHeader(FILE* pOut, const RunConfig& config)
     {
         fprintf(pOut, "  note          the fuse-ID property holds no ID the node can read: expect error -21\n");
     }
-    if (calibration.singleAxis != 0)
+    for (const std::string& warning : SearchWarnings(config))
     {
-        fprintf(pOut, "  note          with one axis held the search does not end by itself: the targets run on "
-                      "until the persist file refuses one (error -21)\n");
+        fprintf(pOut, "  warning       %s\n", warning.c_str());
     }
+    fprintf(pOut, "  note          the node persists the best gain pair it measured even when it stays below the "
+                  "limit, and a search that ends in an error leaves the last target it wrote in the persist file\n");
     fflush(pOut);
 }
 
@@ -222,8 +347,10 @@ void PrintCalibrationReport(FILE* pOut, const RunConfig& config, const RunResult
         PrintSearch(pOut, config, outcome);
     }
     PrintVerdictLine(pOut, verdict, colour);
+    PrintVerdictNotes(pOut, verdict);
     fprintf(pOut, "\nPersist file %s\n  %s\n", OISCalibrationFile::kPersistFilePath,
             PersistText(config, result, outcome).c_str());
+    PrintPersistNotes(pOut, config, result, outcome, verdict);
     PrintSessionLine(pOut, config, result);
     fprintf(pOut, "  calibration service: %llu reloads, %zu gain pairs applied to the module\n",
             static_cast<unsigned long long>(result.calibration.reloads), result.calibration.applied.size());

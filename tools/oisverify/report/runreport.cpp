@@ -59,16 +59,45 @@ std::string ModuleText(const sim::OisModuleConfig& ois)
     return text;
 }
 
-void PrintSrRow(FILE* pOut, const char* pAxis, float nodeSr, float nodeBlur, bool hasTruth, float trueSr,
-                float trueBlur)
+void PrintSrRow(FILE* pOut, const char* pAxis, float nodeSr, float nodeBlur, const RunResult& result, bool yAxis)
 {
-    if (!hasTruth)
+    if (!result.hasTruth)
     {
         fprintf(pOut, "  %-11s %8.2f dB  %8.2f px\n", pAxis, nodeSr, nodeBlur);
         return;
     }
-    fprintf(pOut, "  %-11s %8.2f dB  %8.2f dB  %+8.2f dB  %8.2f px  %8.2f px\n", pAxis, nodeSr, trueSr,
-            SrDifference(nodeSr, trueSr), nodeBlur, trueBlur);
+    const float trueSr     = yAxis ? result.truth.verSrDb : result.truth.horSrDb;
+    const float trueBlur   = yAxis ? result.truth.verBlurPx : result.truth.horBlurPx;
+    const TrueSuppression& s = result.suppression;
+    const float suppressed = yAxis ? s.trueSuppressionDb.vertical : s.trueSuppressionDb.horizontal;
+    fprintf(pOut, "  %-11s %8.2f dB  %11s  %8.2f dB  %+8.2f dB  %8.2f px  %8.2f px\n", pAxis, nodeSr,
+            s.known ? DbText(suppressed).c_str() : "", trueSr, SrDifference(nodeSr, trueSr), nodeBlur, trueBlur);
+}
+
+// The node refers its SR to a fixed 181.248 px shake: any other shake shifts it.
+void PrintShakeWarning(FILE* pOut, const sim::ShakeConfig& shake)
+{
+    if (IsReferenceShake(shake.amplitudeXPx) && IsReferenceShake(shake.amplitudeYPx))
+    {
+        return;
+    }
+    const double smaller = std::min(shake.amplitudeXPx, shake.amplitudeYPx);
+    if (smaller <= 0.0)
+    {
+        fprintf(pOut, "  warning       no shake on %s: the node's SR refers to a fixed 181.248 px shake, not to the "
+                      "shake applied, so a still chart reads as a perfect module; the tool judges the suppression "
+                      "of the applied shake too. Way out: --amplitude 181.248 (the table's shake on the crop)\n",
+                (shake.amplitudeXPx <= 0.0 && shake.amplitudeYPx <= 0.0) ? "either axis"
+                : (shake.amplitudeXPx <= 0.0)                          ? "the horizontal axis"
+                                                                         : "the vertical axis");
+        return;
+    }
+    fprintf(pOut, "  warning       the shake is %.2f x %.2f px, not the node's fixed reference of 181.248 px: the "
+                  "node's SR reads 10 log10(181.248 / shake) = %+.2f / %+.2f dB off the suppression of the shake "
+                  "applied, which the tool judges too. Way out: --amplitude 181.248 (the table's shake on the "
+                  "crop)\n",
+            shake.amplitudeXPx, shake.amplitudeYPx, ReferenceBiasDb(shake.amplitudeXPx),
+            ReferenceBiasDb(shake.amplitudeYPx));
 }
 
 } // namespace
@@ -87,7 +116,10 @@ VerdictInput MakeVerdictInput(const RunConfig& config, const RunResult& result)
     input.lastAlgoReturn = result.events.lastAlgoReturn;
     input.durationMs     = result.events.durationMs;
     input.timeLimitMs    = config.params.timeLimitMs;
+    input.frameRateHz    = config.params.frameRateHz;
+    input.verdictFrames  = config.params.verdictFrames;
     input.stopReason     = result.stopReason;
+    input.suppression    = result.suppression;
     return input;
 }
 
@@ -160,9 +192,21 @@ void PrintRunHeader(FILE* pOut, const RunConfig& config)
     }
     if (ExpectedDurationMs(params) >= params.timeLimitMs)
     {
-        fprintf(pOut, "  note          at %u fps the %u frames take %u ms, not under the node's limit of %u ms: "
-                      "expect error -13\n",
-                params.frameRateHz, params.verdictFrames, ExpectedDurationMs(params), params.timeLimitMs);
+        fprintf(pOut, "  warning       expect error -13: %s\n",
+                TimeLimitRule(params.frameRateHz, params.verdictFrames, params.timeLimitMs).c_str());
+    }
+    if (config.source != FrameSource::Replay)
+    {
+        PrintShakeWarning(pOut, s.shake);
+    }
+    for (const std::string& warning : config.warnings)
+    {
+        fprintf(pOut, "  warning       %s\n", warning.c_str());
+    }
+    if (config.reference)
+    {
+        fprintf(pOut, "  reference     the node measures an OIS-off session of the same table first, for the "
+                      "stabilisation gain against it\n");
     }
     fflush(pOut);
 }
@@ -237,8 +281,9 @@ void PrintVerdictLine(FILE* pOut, const Verdict& verdict, bool colour)
 void PrintSessionLine(FILE* pOut, const RunConfig& config, const RunResult& result)
 {
     const NodeEvents&  events = result.events;
+    // State 4 only says the node finished measuring; whether that passes is the verdict's.
     const std::string stateText =
-        (result.finalState < 0) ? ErrorMeaning(result.finalState) : StateName(result.finalState);
+        (result.finalState == kVerifiedState) ? "done measuring" : StateName(result.finalState);
     fprintf(pOut, "\n  %u frames measured, %u failed, after %u dropped; node state %d (%s) after %llu frames\n",
             events.measured, events.failed, config.params.dropFrames, result.finalState, stateText.c_str(),
             static_cast<unsigned long long>(result.requests));
@@ -248,29 +293,72 @@ void PrintSessionLine(FILE* pOut, const RunConfig& config, const RunResult& resu
     }
 }
 
+void PrintReference(FILE* pOut, const RunResult& result)
+{
+    const ReferenceResult& ref = result.reference;
+    if (!ref.ran)
+    {
+        return;
+    }
+    if (!ref.measured)
+    {
+        const std::string state =
+            (ref.finalState < 0) ? "error " + std::to_string(ref.finalState) + ": " + ErrorMeaning(ref.finalState)
+                                 : "state " + std::to_string(ref.finalState);
+        fprintf(pOut, "  reference     the OIS-off session gave no SR (%s): no stabilisation gain\n", state.c_str());
+        for (const std::string& error : ref.errors)
+        {
+            fprintf(pOut, "  reference error: %s\n", error.c_str());
+        }
+        return;
+    }
+    fprintf(pOut, "  reference     OIS off, measured by the node first: blur %.2f / %.2f px, SR %.2f / %.2f dB\n",
+            ref.referenceBlurPx.horizontal, ref.referenceBlurPx.vertical, ref.referenceSrDb.horizontal,
+            ref.referenceSrDb.vertical);
+    if (ref.hasGain)
+    {
+        fprintf(pOut, "  stabilisation %s horizontal, %s vertical: 10 log10(unstabilised blur / stabilised blur)\n",
+                DbText(ref.stabilisationGainDb.horizontal).c_str(), DbText(ref.stabilisationGainDb.vertical).c_str());
+    }
+}
+
+void PrintVerdictNotes(FILE* pOut, const Verdict& verdict)
+{
+    for (const std::string& note : verdict.notes)
+    {
+        fprintf(pOut, "  note: %s\n", note.c_str());
+    }
+}
+
 void PrintVerdict(FILE* pOut, const RunConfig& config, const RunResult& result, const Verdict& verdict,
                   bool colour)
 {
     PrintVerdictLine(pOut, verdict, colour);
+    PrintVerdictNotes(pOut, verdict);
     const NodeEvents& events = result.events;
     if (events.hasSr)
     {
-        const bool truth = result.hasTruth;
-        if (truth)
+        if (result.hasTruth)
         {
-            fprintf(pOut, "\n  %-11s %11s  %11s  %11s  %11s  %11s\n", "", "node SR", "true SR", "difference",
-                    "node blur", "true blur");
+            fprintf(pOut, "\n  %-11s %11s  %11s  %11s  %11s  %11s  %11s\n", "", "node SR", "suppression", "true SR",
+                    "difference", "node blur", "true blur");
         }
         else
         {
             fprintf(pOut, "\n  %-11s %11s  %11s\n", "", "node SR", "node blur");
         }
-        PrintSrRow(pOut, "horizontal", result.horSrDb, events.horBlurPx, truth, result.truth.horSrDb,
-                   result.truth.horBlurPx);
-        PrintSrRow(pOut, "vertical", result.verSrDb, events.verBlurPx, truth, result.truth.verSrDb,
-                   result.truth.verBlurPx);
+        PrintSrRow(pOut, "horizontal", result.horSrDb, events.horBlurPx, result, false);
+        PrintSrRow(pOut, "vertical", result.verSrDb, events.verBlurPx, result, true);
         fprintf(pOut, "  %-11s %8.2f dB\n", "limit", config.srLimitDb);
+        if (result.suppression.known)
+        {
+            const TrueSuppression& s = result.suppression;
+            fprintf(pOut, "  suppression of the applied shake (%.2f x %.2f px over the same frames): "
+                          "10 log10(applied / true blur) + 4 dB\n",
+                    s.appliedShakePx.horizontal, s.appliedShakePx.vertical);
+        }
     }
+    PrintReference(pOut, result);
     PrintSessionLine(pOut, config, result);
 }
 

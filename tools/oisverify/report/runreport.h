@@ -56,7 +56,14 @@ void PrintVerdictLine(FILE* pOut, const Verdict& verdict, bool colour);
 // Frames measured and failed, the node's final state and its error lines.
 void PrintSessionLine(FILE* pOut, const RunConfig& config, const RunResult& result);
 
-// The verdict line, the node's SR against the truth and the session line.
+// The verdict's notes, one line each.
+void PrintVerdictNotes(FILE* pOut, const Verdict& verdict);
+
+// The OIS-off reference session and the stabilisation gain against it, when there was one.
+void PrintReference(FILE* pOut, const RunResult& result);
+
+// The verdict line, the node's SR against the truth and the suppression of the applied shake, the
+// reference and the session line.
 void PrintVerdict(FILE* pOut, const RunConfig& config, const RunResult& result, const Verdict& verdict,
                   bool colour = false);
 

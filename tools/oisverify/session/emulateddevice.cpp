@@ -1,8 +1,11 @@
 // The emulated phone for oisverify commands; see emulateddevice.h.
 #include "session/emulateddevice.h"
 
+#include <ctype.h>
+#include <errno.h>
 #include <limits.h>
 #include <stdlib.h>
+#include <strings.h>
 #include <unistd.h>
 
 namespace oisverify
@@ -42,6 +45,67 @@ EmulatedDevice::~EmulatedDevice()
     m_root.Close();
 }
 
+namespace
+{
+
+// The CamX static settings the emulated device reads, and what each takes: anything else would
+// be ignored by the device with a line on stderr, after the run had started.
+struct SettingRule
+{
+    const char* pName;
+    bool        boolean; // TRUE, FALSE, 1 or 0; otherwise a decimal or 0x-hexadecimal 32-bit mask
+};
+
+const SettingRule kSettingRules[] = {
+    { "enableOISGyroGainCalibration", true }, { "logErrorMask", false },   { "logWarningMask", false },
+    { "logInfoMask", false },                 { "logVerboseMask", false }, { "enableSystemLog", true },
+};
+
+bool ValidMask(const std::string& text)
+{
+    const bool  hex    = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
+    const char* pStart = text.c_str() + (hex ? 2 : 0);
+    char*       pEnd   = nullptr;
+    errno              = 0;
+    const unsigned long long value = strtoull(pStart, &pEnd, hex ? 16 : 10);
+    return isxdigit(static_cast<unsigned char>(*pStart)) && *pEnd == '\0' && errno == 0 && value <= 0xFFFFFFFFull;
+}
+
+chihost::Status CheckSettings(const chihost::NameValueList& settings)
+{
+    for (const auto& entry : settings)
+    {
+        const SettingRule* pRule = nullptr;
+        for (const SettingRule& rule : kSettingRules)
+        {
+            pRule = (entry.first == rule.pName) ? &rule : pRule;
+        }
+        if (pRule == nullptr)
+        {
+            std::string known;
+            for (const SettingRule& rule : kSettingRules)
+            {
+                known += (known.empty() ? "" : ", ") + std::string(rule.pName);
+            }
+            return chihost::Status::Error("unknown setting '" + entry.first + "'; the device reads " + known);
+        }
+        const std::string& v     = entry.second;
+        const bool         valid = pRule->boolean ? (strcasecmp(v.c_str(), "TRUE") == 0 ||
+                                                     strcasecmp(v.c_str(), "FALSE") == 0 || v == "1" || v == "0")
+                                                  : ValidMask(v);
+        if (!valid)
+        {
+            return chihost::Status::Error("setting " + entry.first + " needs " +
+                                          (pRule->boolean ? "TRUE, FALSE, 1 or 0" : "a decimal or 0x-hexadecimal "
+                                                                                    "32-bit mask") +
+                                          ", got '" + v + "'");
+        }
+    }
+    return chihost::Status::Ok();
+}
+
+} // namespace
+
 chihost::Status ReadDeviceOptions(const Arguments& arguments, DeviceRequest* pRequest)
 {
     std::string error;
@@ -54,6 +118,11 @@ chihost::Status ReadDeviceOptions(const Arguments& arguments, DeviceRequest* pRe
         !arguments.NameValues("eeprom", &eeprom, &error))
     {
         return chihost::Status::Error(error);
+    }
+    const chihost::Status settings = CheckSettings(pRequest->root.overrideSettings);
+    if (!settings)
+    {
+        return settings;
     }
     for (const auto& entry : eeprom)
     {

@@ -117,6 +117,14 @@ bool ParseAlgoPara(const std::string& text, AlgoParams* pParams, std::string* pE
     parsed.dropFrames  = 0;
     parsed.shakeFreqHz = 4;
     parsed.frameRateHz = 60;
+    // The node never reads field 0; a text that is nothing else is no parameters at all ("garbage"
+    // would run with every field defaulted, dropping no frames).
+    if (fields.size() < 2)
+    {
+        *pError = std::string(kAlgoParaProperty) + " is '" + text + "', not the node's colon-separated fields (e.g. " +
+                  kDefaultAlgoParaText + "): the node skips field 0 and would run with every other field defaulted";
+        return false;
+    }
     if (!ParseField(fields, 1, "debug mode", &parsed.debugMode, pError) ||
         !ParseField(fields, 2, "dump images", &parsed.dumpImages, pError) ||
         !ParseField(fields, 3, "dropped frames", &parsed.dropFrames, pError) ||

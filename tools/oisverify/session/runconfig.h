@@ -11,6 +11,7 @@
 #include <time.h>
 
 #include <string>
+#include <vector>
 
 #include "session/emulateddevice.h"
 #include "sim/scenario.h"
@@ -115,7 +116,11 @@ struct RunConfig
     std::string   outDir;        // absolute; empty writes nothing
     uint32_t      progressEvery = 30;
     CalibrationConfig calibration; // enabled only with --calibrate
-    SummaryTarget     summary;
+    // Measure an OIS-off session through the node first, for the stabilisation gain against it.
+    bool          reference = false;
+    // What the options leave the node to do that the user may not expect; printed before the run.
+    std::vector<std::string> warnings;
+    SummaryTarget            summary;
 };
 
 // Fills the scenario's sensor and shake from layout and params, leaving module and noise as set.

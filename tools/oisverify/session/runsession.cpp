@@ -16,6 +16,7 @@
 #include "session/framesources.h"
 #include "sim/debugimages.h"
 #include "simframesource.h"
+#include "verdict/calibrationresult.h"
 
 namespace oisverify
 {
@@ -37,6 +38,33 @@ constexpr std::chrono::milliseconds kSocketRetryInterval(100);
 // Debug images beyond the frames for a verdict, so that failed frames never make the node cycle
 // back to an image it measured already.
 constexpr uint32_t kSpareDebugImages = 8;
+
+// The blur the table's shake alone gives over the given frames: the same scenario with the OIS
+// and its residual floor off, so sampling and exposure are those of the measured frames.
+sim::BlurSr AppliedShakeBlur(const sim::Scenario& scenario, const std::vector<uint32_t>& frameIndices)
+{
+    sim::Scenario table       = scenario;
+    table.ois.enabled         = false;
+    table.ois.residualFloorPx = 0.0;
+    const sim::Simulator      simulator(table);
+    std::vector<sim::FourCentres> window;
+    for (uint32_t index : frameIndices)
+    {
+        window.push_back(simulator.Truth(index).CropCentres());
+    }
+    return sim::ComputeBlurSr(window);
+}
+
+TrueSuppression MakeSuppression(const sim::BlurSr& applied, const sim::BlurSr& residual)
+{
+    TrueSuppression suppression;
+    suppression.known                        = true;
+    suppression.appliedShakePx               = { applied.horBlurPx, applied.verBlurPx };
+    suppression.residualBlurPx               = { residual.horBlurPx, residual.verBlurPx };
+    suppression.trueSuppressionDb.horizontal = static_cast<float>(SuppressionDb(applied.horBlurPx, residual.horBlurPx));
+    suppression.trueSuppressionDb.vertical   = static_cast<float>(SuppressionDb(applied.verBlurPx, residual.verBlurPx));
+    return suppression;
+}
 
 std::string ReadFile(const std::string& path)
 {
@@ -221,6 +249,9 @@ ProgressInfo SessionRunner::Progress(const chihost::RequestRecord& record) const
         info.targetGainX = events.targetGainX;
         info.targetGainY = events.targetGainY;
         info.measured    = events.measured - events.measuredBeforeTarget;
+        // Until this target is measured the last SR belongs to the one before it: the verdicts
+        // are the base gains' and one per measured target.
+        info.hasSr = events.verdicts.size() > events.targets;
     }
     else if (events.targets != 0 && !events.verdicts.empty())
     {
@@ -275,22 +306,27 @@ void SessionRunner::Stream(const ProgressSink& progress)
 }
 
 // Pairs each measured frame with the truth of what the node measured: the simulator's frame of
-// that number, or in debug mode the n-th debug image for the n-th measured frame.
+// that number, or in debug mode the n-th debug image for the n-th measured frame. The truth of the
+// ring's frames gives the SR the node should have found and the suppression of the applied shake.
 void SessionRunner::PairWithTruth()
 {
-    const size_t count = m_result.frames.size();
+    const size_t          count = m_result.frames.size();
+    std::vector<uint32_t> truthIndices(count, 0);
     for (size_t i = 0; i < count; i++)
     {
         RunFrame& frame = m_result.frames[i];
         if (m_simulated)
         {
-            frame.truth    = m_simulated->Simulator().Truth(frame.measured.frameNum).CropCentres();
-            frame.hasTruth = true;
+            truthIndices[i] = frame.measured.frameNum;
+            frame.truth     = m_simulated->Simulator().Truth(frame.measured.frameNum).CropCentres();
+            frame.hasTruth  = true;
         }
         else if (!m_debugTruths.empty())
         {
-            frame.truth    = m_debugTruths[i % m_debugTruths.size()].CropCentres();
-            frame.hasTruth = true;
+            const sim::FrameTruth& truth = m_debugTruths[i % m_debugTruths.size()];
+            truthIndices[i]              = truth.index;
+            frame.truth                  = truth.CropCentres();
+            frame.hasTruth               = true;
         }
     }
     // The ring holds the last saves; its spread is the SR the node published.
@@ -309,6 +345,9 @@ void SessionRunner::PairWithTruth()
     if (m_result.hasTruth)
     {
         m_result.truth = sim::ComputeBlurSr(window);
+        const std::vector<uint32_t> ringIndices(truthIndices.end() - static_cast<std::ptrdiff_t>(ring),
+                                                truthIndices.end());
+        m_result.suppression = MakeSuppression(AppliedShakeBlur(m_config.scenario, ringIndices), m_result.truth);
     }
 }
 
@@ -356,6 +395,12 @@ chihost::Status SessionRunner::Collect()
     if (m_loop)
     {
         CollectCalibration(nodeOutput);
+        if (m_result.events.targets != 0 && m_result.events.hasSelection)
+        {
+            // After a search the SR that counts is the selection's, measured over earlier frames.
+            MarkSelectedFrames(ParseCalibrationLog(m_result.calibration.calibLogText), m_result.events.selection,
+                               m_config.params.verdictFrames, &m_result.frames);
+        }
     }
     chihost::Status status = chihost::Status::Ok();
     if (!m_config.outDir.empty())
@@ -391,9 +436,7 @@ void SessionRunner::ReleaseRoot()
     }
 }
 
-} // namespace
-
-chihost::Status RunVerification(const RunConfig& config, const ProgressSink& progress, RunResult* pResult)
+chihost::Status RunSession(const RunConfig& config, const ProgressSink& progress, RunResult* pResult)
 {
     *pResult = RunResult();
     SessionRunner   runner(config, pResult);
@@ -408,6 +451,59 @@ chihost::Status RunVerification(const RunConfig& config, const ProgressSink& pro
     }
     runner.Stream(progress);
     return runner.Collect();
+}
+
+// The same module and table with the OIS off, writing nothing and keeping no fresh root.
+RunConfig ReferenceConfig(const RunConfig& config)
+{
+    RunConfig reference           = config;
+    reference.scenario.ois.enabled = false;
+    reference.calibration.enabled  = false;
+    reference.reference            = false;
+    reference.outDir.clear();
+    reference.device.root.keep = false;
+    return reference;
+}
+
+ReferenceResult ReadReference(const RunResult& unstabilised)
+{
+    ReferenceResult reference;
+    reference.ran             = true;
+    reference.finalState      = unstabilised.finalState;
+    reference.errors          = unstabilised.events.errors;
+    reference.measured        = unstabilised.finished && unstabilised.finalState == kVerifiedState &&
+                         unstabilised.events.hasSr;
+    reference.referenceBlurPx = { unstabilised.events.horBlurPx, unstabilised.events.verBlurPx };
+    reference.referenceSrDb   = { unstabilised.horSrDb, unstabilised.verSrDb };
+    return reference;
+}
+
+} // namespace
+
+chihost::Status RunVerification(const RunConfig& config, const ProgressSink& progress, RunResult* pResult)
+{
+    ReferenceResult reference;
+    if (config.reference)
+    {
+        RunResult       unstabilised;
+        chihost::Status status = RunSession(ReferenceConfig(config), nullptr, &unstabilised);
+        if (!status)
+        {
+            return chihost::Status::Error("the OIS-off reference session could not run: " + status.Message());
+        }
+        reference = ReadReference(unstabilised);
+    }
+    chihost::Status status = RunSession(config, progress, pResult);
+    pResult->reference     = reference;
+    ReferenceResult& ref   = pResult->reference;
+    if (ref.measured && pResult->finished && pResult->finalState == kVerifiedState && pResult->events.hasSr)
+    {
+        // 10 log10(unstabilised / stabilised blur): the reference cancels out of the two SRs.
+        ref.hasGain                        = true;
+        ref.stabilisationGainDb.horizontal = pResult->horSrDb - ref.referenceSrDb.horizontal;
+        ref.stabilisationGainDb.vertical   = pResult->verSrDb - ref.referenceSrDb.vertical;
+    }
+    return status;
 }
 
 } // namespace oisverify

@@ -5,6 +5,8 @@
 // should have found is computed from the truth of exactly the frames in its ring at the verdict.
 // A calibration session closes the loop: the calibration service runs beside the node and the
 // simulated module takes every gain pair the service accepts, from the next frame on.
+// With the truth known the session also gives the suppression of the shake actually applied, and
+// a run with a reference first measures an OIS-off session through the node (see suppression.h).
 #ifndef ZELK_TOOLS_OISVERIFY_RUNSESSION_H
 #define ZELK_TOOLS_OISVERIFY_RUNSESSION_H
 
@@ -20,6 +22,7 @@
 #include "oiscalibrationfile.h"
 #include "session/runconfig.h"
 #include "sim/simulator.h"
+#include "verdict/suppression.h"
 
 namespace oisverify
 {
@@ -30,7 +33,9 @@ struct RunFrame
     MeasuredFrame    measured;
     bool             hasTruth = false;
     sim::FourCentres truth;
-    bool             inRing   = false; // one of the frames the final SR was taken over
+    // One of the frames the final SR was taken over: the node's ring at its verdict, or after a
+    // gain search the measurements of the gains it selected.
+    bool             inRing   = false;
 };
 
 // What the progress line shows after each request.
@@ -83,13 +88,16 @@ struct RunResult
     std::vector<RunFrame>  frames;
     bool                   hasTruth = false; // the truth SR below is known
     sim::BlurSr            truth;
+    TrueSuppression        suppression; // of the shake applied, over the same frames as the truth
+    ReferenceResult        reference;   // the OIS-off session run first with a reference
     std::string            stopReason; // why streaming stopped before a final state
     std::string            logText;    // the node's log
     std::vector<std::string> nodeFiles; // what the node wrote, copied into the output folder
     CalibrationArtifacts     calibration;
 };
 
-// Runs the session. A failure to set it up (root, node library, node creation, frame folder,
+// Runs the session, after an OIS-off reference session when the configuration asks for one. A
+// failure to set up either (root, node library, node creation, frame folder,
 // output folder) is an error status; anything the node does once streaming is in the result.
 chihost::Status RunVerification(const RunConfig& config, const ProgressSink& progress, RunResult* pResult);
 

@@ -190,6 +190,34 @@ bool NearestTriedGain(const std::vector<SearchRecord>& records, bool yAxis, doub
     return found;
 }
 
+void MarkSelectedFrames(const std::vector<SearchRecord>& records, const GainSelection& selection, uint32_t ringFrames,
+                        std::vector<RunFrame>* pFrames)
+{
+    std::vector<RunFrame>& frames = *pFrames;
+    for (RunFrame& frame : frames)
+    {
+        frame.inRing = false;
+    }
+    for (const int selected : { SelectedRecord(records, false, selection.gainX, selection.srXDb),
+                                SelectedRecord(records, true, selection.gainY, selection.srYDb) })
+    {
+        if (selected < 0)
+        {
+            continue;
+        }
+        const int64_t doneAt = records[static_cast<size_t>(selected)].frameNum;
+        size_t        end    = 0; // one past the last frame measured for that record
+        while (end < frames.size() && static_cast<int64_t>(frames[end].measured.frameNum) <= doneAt)
+        {
+            end++;
+        }
+        for (size_t i = (end > ringFrames) ? end - ringFrames : 0; i < end; i++)
+        {
+            frames[i].inRing = true;
+        }
+    }
+}
+
 CalibrationOutcome ReadCalibrationOutcome(const RunConfig& config, const RunResult& result)
 {
     CalibrationOutcome outcome;

@@ -38,6 +38,12 @@ std::vector<SearchRecord> ParseCalibrationLog(const std::string& text);
 // The tried gain of an axis nearest to a gain (the first of two equally near); false without any.
 bool NearestTriedGain(const std::vector<SearchRecord>& records, bool yAxis, double gain, double* pNearest);
 
+// Marks as in the SR window exactly the frames the selected gains' SR was taken over: for the
+// record each axis was selected from, the last ringFrames measured frames up to the request that
+// completed its measurement. Every other frame is unmarked (the last target's ring included).
+void MarkSelectedFrames(const std::vector<SearchRecord>& records, const GainSelection& selection, uint32_t ringFrames,
+                        std::vector<RunFrame>* pFrames);
+
 struct CalibrationOutcome
 {
     bool                      hasInitial  = false; // the node reached a verdict at the base gains

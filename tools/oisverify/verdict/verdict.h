@@ -1,6 +1,9 @@
 // The verdict of a run. In verification mode the node reports SR but does not judge it, so the
 // tool does: a run passes when the node finished verifying (state 4) and both axes' SR reach the
-// limit; otherwise it fails with every reason, in words a test engineer can act on.
+// limit, and, when the simulator's truth is known, the suppression of the shake actually applied
+// reaches it too (the node's SR refers to a fixed 181.248 px shake, so a stalled table would pass
+// otherwise). Otherwise it fails with every reason, in words a test engineer can act on; notes
+// explain what the node's rules did to a result without changing it.
 #ifndef ZELK_TOOLS_OISVERIFY_VERDICT_H
 #define ZELK_TOOLS_OISVERIFY_VERDICT_H
 
@@ -8,6 +11,8 @@
 
 #include <string>
 #include <vector>
+
+#include "verdict/suppression.h"
 
 namespace oisverify
 {
@@ -27,7 +32,10 @@ struct VerdictInput
     int32_t     lastAlgoReturn = 0;
     int32_t     durationMs     = -1;
     uint32_t    timeLimitMs    = 0;
+    uint32_t    frameRateHz    = 0; // the node's configured rate, for the time limit's rule
+    uint32_t    verdictFrames  = 0; // the node's ring size
     std::string stopReason; // why streaming ended before a final state, when it did
+    TrueSuppression suppression; // known with the simulator's truth
 };
 
 struct Verdict
@@ -35,6 +43,7 @@ struct Verdict
     bool                     pass = false;
     std::string              headline; // one line after PASS or FAIL
     std::vector<std::string> reasons;  // every reason for a FAIL
+    std::vector<std::string> notes;    // what the node's rules did to the result, PASS or FAIL
 };
 
 Verdict DecideVerdict(const VerdictInput& input);
@@ -43,6 +52,14 @@ Verdict DecideVerdict(const VerdictInput& input);
 std::string StateName(int32_t state);
 // What an error state means; empty for states that are not errors.
 std::string ErrorMeaning(int32_t state);
+
+// "SR 17.996 dB is below the limit of 18.000 dB": a value and a limit with as many decimals (2 to
+// 6) as it takes to tell them apart, so that a comparison is visible in the text.
+void FormatAgainstLimit(double value, double limit, std::string* pValue, std::string* pLimit);
+
+// The node's time limit in words: at 60 fps the frames must come faster than 45 fps, at any other
+// rate faster than 25 fps; with the configured rate, the frames and the way out when it cannot.
+std::string TimeLimitRule(uint32_t frameRateHz, uint32_t verdictFrames, uint32_t timeLimitMs);
 
 } // namespace oisverify
 
