@@ -79,7 +79,8 @@ TEST(RunSummaryOfAVerification, CarriesTheRunsNumbersInTheNodesPrecision)
     EXPECT_EQ(summary.frames.failed, 2u);
     EXPECT_EQ(summary.frames.dropped, 120u);
     EXPECT_EQ(summary.frames.total, 152u);
-    EXPECT_EQ(summary.nodeStateName, "verified");
+    EXPECT_EQ(summary.nodeStateName, oisverify::StateName(4));
+    EXPECT_EQ(summary.nodeStateMeaning, "");
     EXPECT_EQ(summary.parameters.ringSize, 31u);
     EXPECT_EQ(summary.parameters.timeLimitMs, 688u);
     ASSERT_TRUE(summary.parameters.simulation);
@@ -119,7 +120,8 @@ TEST(RunSummaryOfAVerification, MissingValuesAreNull)
     const RunSummary summary =
         oisverify::SummariseRun(Config({ "--replay", "/tmp" }), result, oisverify::Verdict(), nullptr);
     EXPECT_EQ(summary.verdict, "FAIL");
-    EXPECT_EQ(summary.nodeStateName, "too many frames without the chart");
+    EXPECT_EQ(summary.nodeStateName, "error -12");
+    EXPECT_EQ(summary.nodeStateMeaning, "too many frames without the chart");
     EXPECT_FALSE(summary.horizontal.nodeSrDb);
     EXPECT_FALSE(summary.horizontal.trueSrDb);
     EXPECT_EQ(summary.vertical.nodeSrDb, 23.77);
@@ -127,11 +129,52 @@ TEST(RunSummaryOfAVerification, MissingValuesAreNull)
     EXPECT_FALSE(summary.parameters.simulation) << "recorded frames have no simulated module";
     EXPECT_EQ(summary.parameters.source, "replay");
     const std::string json = RunSummaryJson(summary, true);
-    EXPECT_NE(json.find("\"horizontal\":{\"nodeSrDb\":null,\"trueSrDb\":null,\"nodeBlurPx\":1.51,\"trueBlurPx\":null}"),
+    EXPECT_NE(json.find("\"horizontal\":{\"nodeSrDb\":null,\"trueSrDb\":null,\"nodeBlurPx\":1.51,\"trueBlurPx\":null,"),
               std::string::npos)
         << json;
     EXPECT_NE(json.find("\"measurementMs\":null"), std::string::npos);
     EXPECT_NE(json.find("\"simulation\":null"), std::string::npos);
+}
+
+// The suppression of the applied shake per image axis, and the OIS-off reference session's.
+TEST(RunSummaryOfAVerification, CarriesSuppressionAndReferencePerAxis)
+{
+    oisverify::RunResult result                 = Verified();
+    result.suppression.known                    = true;
+    result.suppression.appliedShakePx           = { 99.28485f, 99.26f };
+    result.suppression.trueSuppressionDb        = { 23.971373f, 22.73f };
+    result.reference.ran                        = true;
+    result.reference.measured                   = true;
+    result.reference.finalState                 = 4;
+    result.reference.referenceBlurPx            = { 99.55f, 99.6f };
+    result.reference.referenceSrDb              = { 6.6022563f, 6.6f };
+    result.reference.hasGain                    = true;
+    result.reference.stabilisationGainDb        = { 19.982029f, 18.74f };
+    oisverify::Verdict verdict                  = Passed();
+    verdict.notes                               = { "a note" };
+    const RunSummary summary = oisverify::SummariseRun(Config({ "--reference" }), result, verdict, nullptr);
+    EXPECT_EQ(summary.horizontal.appliedShakePx, 99.28485);
+    EXPECT_EQ(summary.vertical.appliedShakePx, 99.26);
+    EXPECT_EQ(summary.horizontal.trueSuppressionDb, 23.971373);
+    EXPECT_EQ(summary.vertical.trueSuppressionDb, 22.73);
+    EXPECT_EQ(summary.horizontal.referenceBlurPx, 99.55);
+    EXPECT_EQ(summary.vertical.referenceSrDb, 6.6);
+    EXPECT_EQ(summary.horizontal.stabilisationGainDb, 19.982029);
+    EXPECT_EQ(summary.vertical.stabilisationGainDb, 18.74);
+    EXPECT_EQ(summary.notes, verdict.notes);
+    ASSERT_TRUE(summary.reference);
+    EXPECT_TRUE(summary.reference->measured);
+
+    // A reference that gave no SR has no values, and no gain.
+    result.reference.measured = false;
+    result.reference.hasGain  = false;
+    result.reference.finalState = -12;
+    const RunSummary unmeasured = oisverify::SummariseRun(Config({ "--reference" }), result, verdict, nullptr);
+    EXPECT_FALSE(unmeasured.horizontal.referenceBlurPx);
+    EXPECT_FALSE(unmeasured.vertical.stabilisationGainDb);
+    ASSERT_TRUE(unmeasured.reference);
+    EXPECT_EQ(unmeasured.reference->nodeState, -12);
+    EXPECT_FALSE(oisverify::SummariseRun(Config({}), Verified(), verdict, nullptr).reference);
 }
 
 // A calibration run's axes hold the verification at the module's own gains (the node's last SR
@@ -158,8 +201,11 @@ TEST(RunSummaryOfACalibration, AxesAreTheBaseVerificationAndTheSearchIsSeparate)
     outcome.hasTrueSr                = true;
     outcome.trueSrXDb                = 20.754913f;
     outcome.trueSrYDb                = 20.732327f;
+    result.suppression.known         = true;
+    result.suppression.trueSuppressionDb = { 9.0f, 9.0f };
     const RunSummary summary         = oisverify::SummariseRun(config, result, Passed(), &outcome);
     EXPECT_EQ(summary.mode, "calibrate");
+    EXPECT_FALSE(summary.vertical.trueSuppressionDb) << "taken over the last gain tried, as the truth";
     EXPECT_EQ(summary.moduleId, "ZK42") << "the module is its fuse ID by default";
     EXPECT_EQ(summary.horizontal.nodeSrDb, 15.24);
     EXPECT_EQ(summary.vertical.nodeBlurPx, 13.7);
@@ -220,6 +266,10 @@ RunSummary Full()
     summary.parameters.simulation->seed = 18446744073709551615ull;
     summary.calibration->persist        = oisverify::PersistSummary{ 3, "ZK", "1", "1.1", "1.05", 7, 9 };
     summary.nodeBuildId                 = "0123abcd";
+    summary.notes                       = { "note" };
+    summary.horizontal.trueSuppressionDb   = 21.5;
+    summary.vertical.stabilisationGainDb   = 18.25;
+    summary.reference                   = oisverify::ReferenceSummary{ true, 4, { "reference error" } };
     return summary;
 }
 
@@ -245,6 +295,11 @@ TEST(RunSummaryDocument, ReadsBackToTheSameDocument)
     EXPECT_EQ(read->calibration->selectedGainY, 1.05);
     EXPECT_EQ(read->nodeErrors[1], "second\ttab");
     EXPECT_EQ(read->measurementMs, 516);
+    EXPECT_EQ(read->notes, std::vector<std::string>{ "note" });
+    EXPECT_EQ(read->horizontal.trueSuppressionDb, 21.5);
+    EXPECT_EQ(read->vertical.stabilisationGainDb, 18.25);
+    ASSERT_TRUE(read->reference);
+    EXPECT_EQ(read->reference->nodeErrors, std::vector<std::string>{ "reference error" });
 }
 
 TEST(RunSummaryDocument, BytesThatAreNotUtf8AreEscaped)
@@ -297,6 +352,9 @@ INSTANTIATE_TEST_SUITE_P(
                      "field 'measurementMs' is not a whole number of milliseconds" },
         BadDocument{ "EepromText", "\"OISGyroGainAndSRMatch\":0", "\"OISGyroGainAndSRMatch\":\"0\"",
                      "field 'parameters.eeprom.OISGyroGainAndSRMatch' is not a number" },
+        BadDocument{ "ReferenceStateText", "\"nodeState\":4,\"errors\":[\"reference", "\"nodeState\":\"4\",\"errors\":[\"reference",
+                     "field 'reference.nodeState' is not a number" },
+        BadDocument{ "NotesNotTexts", "\"notes\":[\"note\"]", "\"notes\":[1]", "field 'notes' holds something other than texts" },
         BadDocument{ "PersistCrcMissing", "\"crcStored\"", "\"crc\"", "field 'calibration.persist.crcStored' is missing" },
         BadDocument{ "SeedNotANumber", "\"seed\":\"18446744073709551615\"", "\"seed\":\"12a\"",
                      "field 'parameters.simulation.seed' is not a whole number" }));

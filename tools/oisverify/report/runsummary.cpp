@@ -119,6 +119,28 @@ SummaryParameters SummariseParameters(const RunConfig& config)
     return parameters;
 }
 
+// The applied shake's suppression and the reference session's values of one axis.
+void SetSuppression(AxisSummary* pAxis, const RunResult& result, bool yAxis)
+{
+    const TrueSuppression& s = result.suppression;
+    if (s.known)
+    {
+        pAxis->appliedShakePx    = FloatValue(yAxis ? s.appliedShakePx.vertical : s.appliedShakePx.horizontal);
+        pAxis->trueSuppressionDb = FloatValue(yAxis ? s.trueSuppressionDb.vertical : s.trueSuppressionDb.horizontal);
+    }
+    const ReferenceResult& r = result.reference;
+    if (r.measured)
+    {
+        pAxis->referenceBlurPx = FloatValue(yAxis ? r.referenceBlurPx.vertical : r.referenceBlurPx.horizontal);
+        pAxis->referenceSrDb   = FloatValue(yAxis ? r.referenceSrDb.vertical : r.referenceSrDb.horizontal);
+    }
+    if (r.hasGain)
+    {
+        pAxis->stabilisationGainDb =
+            FloatValue(yAxis ? r.stabilisationGainDb.vertical : r.stabilisationGainDb.horizontal);
+    }
+}
+
 void SetAxis(AxisSummary* pAxis, bool hasSr, float srDb, float blurPx, bool hasTruth, float trueSrDb,
              float trueBlurPx)
 {
@@ -191,7 +213,8 @@ RunSummary SummariseSession(const RunConfig& config, const RunResult& result)
     summary.limitSource      = config.srLimitSource;
     summary.finished         = result.finished;
     summary.nodeState        = result.finalState;
-    summary.nodeStateName    = (result.finalState < 0) ? ErrorMeaning(result.finalState) : StateName(result.finalState);
+    summary.nodeStateName    = StateName(result.finalState);
+    summary.nodeStateMeaning = ErrorMeaning(result.finalState);
     summary.frames           = { events.measured, events.failed, config.params.dropFrames, result.requests };
     summary.parameters       = SummariseParameters(config);
     summary.nodeLibrary = result.nodeLibraryPath.empty() ? config.device.nodeLibraryPath : result.nodeLibraryPath;
@@ -200,6 +223,11 @@ RunSummary SummariseSession(const RunConfig& config, const RunResult& result)
     if (events.durationMs >= 0)
     {
         summary.measurementMs = events.durationMs;
+    }
+    if (result.reference.ran)
+    {
+        summary.reference = ReferenceSummary{ result.reference.measured, result.reference.finalState,
+                                              result.reference.errors };
     }
     return summary;
 }
@@ -239,7 +267,10 @@ RunSummary SummariseRun(const RunConfig& config, const RunResult& result, const 
                 result.truth.horSrDb, result.truth.horBlurPx);
         SetAxis(&summary.vertical, events.hasSr, result.verSrDb, events.verBlurPx, result.hasTruth,
                 result.truth.verSrDb, result.truth.verBlurPx);
+        SetSuppression(&summary.horizontal, result, false);
+        SetSuppression(&summary.vertical, result, true);
     }
+    summary.notes = verdict.notes;
     if (pCalibration != nullptr)
     {
         summary.calibration = SummariseCalibration(result, *pCalibration);

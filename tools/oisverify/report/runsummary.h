@@ -39,12 +39,26 @@ using NamedTexts = std::vector<std::pair<std::string, std::string>>;
 // One image axis of the measurement at the module's gains: the verification (in a calibration
 // run the one at the base gains; its truth only when the node did not search). Absent values: the
 // node published no SR, or there is no truth (replay).
+// The suppression and reference values are known with the truth and with --reference only.
 struct AxisSummary
 {
     std::optional<double> nodeSrDb;
     std::optional<double> trueSrDb;
     std::optional<double> nodeBlurPx;
     std::optional<double> trueBlurPx;
+    std::optional<double> appliedShakePx;      // blur of the table's shake alone over the same frames
+    std::optional<double> trueSuppressionDb;   // 10 log10(applied / true blur) + 4
+    std::optional<double> referenceBlurPx;     // the node's blur in the OIS-off reference session
+    std::optional<double> referenceSrDb;       // the node's SR there
+    std::optional<double> stabilisationGainDb; // node SR - reference SR
+};
+
+// The OIS-off session measured first with --reference.
+struct ReferenceSummary
+{
+    bool                     measured  = false; // the node reached a verdict with SR in it
+    int32_t                  nodeState = 0;
+    std::vector<std::string> nodeErrors;
 };
 
 struct FrameCounts
@@ -144,17 +158,20 @@ struct RunSummary
     std::string              verdict;         // kVerdictPass, kVerdictFail or kVerdictError
     std::string              reason;          // the headline after the verdict
     std::vector<std::string> reasons;         // every reason for FAIL or ERROR
+    std::vector<std::string> notes;           // what the node's rules did to the result
     double                   limitDb = 0.0;
     std::string              limitSource; // the property text the limit came from; empty: the default
     AxisSummary              horizontal;
     AxisSummary              vertical;
     bool                     finished  = false; // the node reached a final state
     int32_t                  nodeState = 0;
-    std::string              nodeStateName;
+    std::string              nodeStateName;    // short, e.g. "done", "error -12"
+    std::string              nodeStateMeaning; // what an error state means; empty for other states
     std::optional<int32_t>   measurementMs; // first to last measured frame, at the verdict
     FrameCounts              frames;
     SummaryParameters        parameters;
     std::optional<CalibrationSummary> calibration;
+    std::optional<ReferenceSummary>   reference;
     std::string              nodeLibrary;
     std::string              nodeBuildId; // GNU build ID in hex; empty when unknown
     std::vector<std::string> nodeErrors;  // the node's error lines

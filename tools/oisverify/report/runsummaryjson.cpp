@@ -96,6 +96,24 @@ void AddAxis(cJSON* pObject, const char* pName, const AxisSummary& axis)
     AddOptional(pAxis, "trueSrDb", axis.trueSrDb);
     AddOptional(pAxis, "nodeBlurPx", axis.nodeBlurPx);
     AddOptional(pAxis, "trueBlurPx", axis.trueBlurPx);
+    AddOptional(pAxis, "appliedShakePx", axis.appliedShakePx);
+    AddOptional(pAxis, "trueSuppressionDb", axis.trueSuppressionDb);
+    AddOptional(pAxis, "referenceBlurPx", axis.referenceBlurPx);
+    AddOptional(pAxis, "referenceSrDb", axis.referenceSrDb);
+    AddOptional(pAxis, "stabilisationGainDb", axis.stabilisationGainDb);
+}
+
+void AddReference(cJSON* pRoot, const std::optional<ReferenceSummary>& reference)
+{
+    if (!reference)
+    {
+        cJSON_AddNullToObject(pRoot, "reference");
+        return;
+    }
+    cJSON* pReference = cJSON_AddObjectToObject(pRoot, "reference");
+    cJSON_AddBoolToObject(pReference, "measured", reference->measured);
+    cJSON_AddNumberToObject(pReference, "nodeState", reference->nodeState);
+    AddTexts(pReference, "errors", reference->nodeErrors);
 }
 
 void AddSimulation(cJSON* pParameters, const std::optional<SimulationSummary>& simulation)
@@ -220,6 +238,7 @@ std::string RunSummaryJson(const RunSummary& s, bool compact)
     AddText(pRoot, "verdict", s.verdict);
     AddText(pRoot, "reason", s.reason);
     AddTexts(pRoot, "reasons", s.reasons);
+    AddTexts(pRoot, "notes", s.notes);
     cJSON_AddNumberToObject(pRoot, "limitDb", s.limitDb);
     AddText(pRoot, "limitSource", s.limitSource);
     AddAxis(pRoot, "horizontal", s.horizontal);
@@ -227,6 +246,7 @@ std::string RunSummaryJson(const RunSummary& s, bool compact)
     cJSON_AddBoolToObject(pRoot, "finished", s.finished);
     cJSON_AddNumberToObject(pRoot, "nodeState", s.nodeState);
     AddText(pRoot, "nodeStateName", s.nodeStateName);
+    AddText(pRoot, "nodeStateMeaning", s.nodeStateMeaning);
     AddOptional(pRoot, "measurementMs",
                 s.measurementMs ? std::optional<double>(*s.measurementMs) : std::optional<double>());
     cJSON* pFrames = cJSON_AddObjectToObject(pRoot, "frames");
@@ -236,6 +256,7 @@ std::string RunSummaryJson(const RunSummary& s, bool compact)
     cJSON_AddNumberToObject(pFrames, "total", static_cast<double>(s.frames.total));
     AddParameters(pRoot, s.parameters);
     AddCalibration(pRoot, s.calibration);
+    AddReference(pRoot, s.reference);
     cJSON* pNode = cJSON_AddObjectToObject(pRoot, "node");
     AddText(pNode, "library", s.nodeLibrary);
     AddText(pNode, "buildId", s.nodeBuildId);

@@ -189,7 +189,28 @@ bool ReadAxis(FieldReader& root, const char* pName, AxisSummary* pAxis)
     bool        present = false;
     return root.Object(pName, false, &axis, &present) && axis.Optional("nodeSrDb", &pAxis->nodeSrDb) &&
            axis.Optional("trueSrDb", &pAxis->trueSrDb) && axis.Optional("nodeBlurPx", &pAxis->nodeBlurPx) &&
-           axis.Optional("trueBlurPx", &pAxis->trueBlurPx);
+           axis.Optional("trueBlurPx", &pAxis->trueBlurPx) && axis.Optional("appliedShakePx", &pAxis->appliedShakePx) &&
+           axis.Optional("trueSuppressionDb", &pAxis->trueSuppressionDb) &&
+           axis.Optional("referenceBlurPx", &pAxis->referenceBlurPx) &&
+           axis.Optional("referenceSrDb", &pAxis->referenceSrDb) &&
+           axis.Optional("stabilisationGainDb", &pAxis->stabilisationGainDb);
+}
+
+bool ReadReference(FieldReader& root, std::optional<ReferenceSummary>* pReference)
+{
+    FieldReader      reference(nullptr, "", nullptr);
+    bool             present = false;
+    ReferenceSummary s;
+    if (!root.Object("reference", true, &reference, &present) || !present)
+    {
+        pReference->reset();
+        return !present;
+    }
+    const bool read = reference.Bool("measured", &s.measured) &&
+                      reference.Whole("nodeState", -2147483648.0, 2147483647.0, &s.nodeState) &&
+                      reference.Texts("errors", &s.nodeErrors);
+    *pReference = s;
+    return read;
 }
 
 bool ReadSeed(FieldReader& sim, uint64_t* pSeed)
@@ -356,7 +377,9 @@ bool ReadHead(FieldReader& root, RunSummary* pSummary)
     {
         return root.Fail("verdict", "is not PASS, FAIL or ERROR");
     }
-    return root.Text("reason", &s.reason) && root.Texts("reasons", &s.reasons) && root.Number("limitDb", &s.limitDb) &&
+    s.notes.clear();
+    return root.Text("reason", &s.reason) && root.Texts("reasons", &s.reasons) &&
+           (root.Item("notes") == nullptr || root.Texts("notes", &s.notes)) && root.Number("limitDb", &s.limitDb) &&
            root.Text("limitSource", &s.limitSource);
 }
 
@@ -380,8 +403,9 @@ std::optional<RunSummary> ParseRunSummary(const std::string& text, std::string* 
              ReadAxis(reader, "vertical", &summary.vertical) && reader.Bool("finished", &summary.finished) &&
              reader.Whole("nodeState", -2147483648.0, 2147483647.0, &summary.nodeState) &&
              reader.Text("nodeStateName", &summary.nodeStateName) &&
+             reader.Text("nodeStateMeaning", &summary.nodeStateMeaning) &&
              ReadMeasurementMs(reader, &summary.measurementMs) && ReadFrames(reader, &summary.frames) &&
-             ReadParameters(reader, &summary.parameters) && ReadCalibration(reader, &summary.calibration) &&
+             ReadParameters(reader, &summary.parameters) && ReadCalibration(reader, &summary.calibration) && ReadReference(reader, &summary.reference) &&
              ReadNode(reader, &summary))
     {
         return summary;
