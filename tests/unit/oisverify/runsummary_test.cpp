@@ -302,13 +302,27 @@ TEST(RunSummaryDocument, ReadsBackToTheSameDocument)
     EXPECT_EQ(read->reference->nodeErrors, std::vector<std::string>{ "reference error" });
 }
 
+// Valid UTF-8 stays as it is; a text with any byte that is not gets all its bytes outside
+// printable ASCII escaped, so that the document is valid JSON for any reader.
 TEST(RunSummaryDocument, BytesThatAreNotUtf8AreEscaped)
 {
-    RunSummary summary = Full();
-    summary.moduleId   = "M\xff\x01";
-    const std::optional<RunSummary> read = ParseRunSummary(RunSummaryJson(summary));
-    ASSERT_TRUE(read);
-    EXPECT_EQ(read->moduleId, "M\\xFF\\x01");
+    const std::pair<std::string, std::string> cases[] = {
+        { "M\xff\x01", "M\\xFF\\x01" },
+        { "\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80", "\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80" }, // é € U+1F600
+        { "\xc0\xaf", "\\xC0\\xAF" },                 // overlong '/'
+        { "\xe0\x80\xaf", "\\xE0\\x80\\xAF" },         // overlong, three bytes
+        { "\xed\xa0\x80", "\\xED\\xA0\\x80" },         // a surrogate
+        { "\xf4\x90\x80\x80", "\\xF4\\x90\\x80\\x80" }, // above U+10FFFF
+        { "a\xc3", "a\\xC3" },                         // cut short
+    };
+    for (const auto& c : cases)
+    {
+        RunSummary summary = Full();
+        summary.moduleId   = c.first;
+        const std::optional<RunSummary> read = ParseRunSummary(RunSummaryJson(summary));
+        ASSERT_TRUE(read);
+        EXPECT_EQ(read->moduleId, c.second);
+    }
 }
 
 // Edits of a good document, by replacing its first occurrence of a text.

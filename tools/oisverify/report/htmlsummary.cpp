@@ -100,7 +100,8 @@ std::string RunIdentityHtml(const RunConfig& config, const RunResult& result)
         { "mode", config.calibration.enabled ? "calibrate" : "verify" },
         { "tool", std::string("oisverify ") + kToolVersion },
         { "node build", buildId.empty() ? "unknown" : "GNU build ID " + buildId },
-        { "node state", std::to_string(state) + " (" + StateName(state) + (state < 0 ? ": " + ErrorMeaning(state) : "") + ")" },
+        { "node state",
+          std::to_string(state) + " (" + StateName(state) + (state < 0 ? ": " + ErrorMeaning(state) : "") + ")" },
         { "frames", frames },
     };
     std::string html = "<table class=\"identity\">\n";

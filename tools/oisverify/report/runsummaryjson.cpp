@@ -21,18 +21,31 @@ constexpr double kMaxExactInteger = 9007199254740992.0;
 
 using JsonPtr = std::unique_ptr<cJSON, decltype(&cJSON_Delete)>;
 
-// The length of the UTF-8 sequence at text[at], 0 when it is not a valid one.
+// The length of the UTF-8 sequence at text[at], 0 when it is not a valid one: no overlong forms,
+// no surrogates, nothing above U+10FFFF (RFC 3629's table of well-formed sequences).
 size_t Utf8Length(const std::string& text, size_t at)
 {
     const unsigned char lead = static_cast<unsigned char>(text[at]);
-    const size_t        length = (lead < 0x80) ? 1 : (lead >= 0xC2 && lead < 0xE0) ? 2 : (lead >= 0xE0 && lead < 0xF0) ? 3
-                                 : (lead >= 0xF0 && lead < 0xF5)                       ? 4
-                                                                                       : 0;
+    if (lead < 0x80)
+    {
+        return 1;
+    }
+    const size_t length = (lead >= 0xC2 && lead <= 0xDF) ? 2 : (lead >= 0xE0 && lead <= 0xEF) ? 3
+                          : (lead >= 0xF0 && lead <= 0xF4)                                   ? 4
+                                                                                             : 0;
     if (length == 0 || at + length > text.size())
     {
         return 0;
     }
-    for (size_t i = 1; i < length; i++)
+    // The second byte's range narrows after these leads; every other continuation is 80..BF.
+    const unsigned char second = static_cast<unsigned char>(text[at + 1]);
+    const unsigned char low    = (lead == 0xE0) ? 0xA0 : (lead == 0xF0) ? 0x90 : 0x80;
+    const unsigned char high   = (lead == 0xED) ? 0x9F : (lead == 0xF4) ? 0x8F : 0xBF;
+    if (second < low || second > high)
+    {
+        return 0;
+    }
+    for (size_t i = 2; i < length; i++)
     {
         if ((static_cast<unsigned char>(text[at + i]) & 0xC0) != 0x80)
         {

@@ -405,8 +405,8 @@ std::optional<RunSummary> ParseRunSummary(const std::string& text, std::string* 
              reader.Text("nodeStateName", &summary.nodeStateName) &&
              reader.Text("nodeStateMeaning", &summary.nodeStateMeaning) &&
              ReadMeasurementMs(reader, &summary.measurementMs) && ReadFrames(reader, &summary.frames) &&
-             ReadParameters(reader, &summary.parameters) && ReadCalibration(reader, &summary.calibration) && ReadReference(reader, &summary.reference) &&
-             ReadNode(reader, &summary))
+             ReadParameters(reader, &summary.parameters) && ReadCalibration(reader, &summary.calibration) &&
+             ReadReference(reader, &summary.reference) && ReadNode(reader, &summary))
     {
         return summary;
     }
