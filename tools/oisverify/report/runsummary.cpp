@@ -14,10 +14,6 @@
 namespace oisverify
 {
 
-const char* const kVerdictPass  = "PASS";
-const char* const kVerdictFail  = "FAIL";
-const char* const kVerdictError = "ERROR";
-
 namespace
 {
 
