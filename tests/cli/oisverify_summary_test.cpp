@@ -218,6 +218,19 @@ TEST(RunJson, OfACalibrationRunCarriesTheSelectionAndThePersistRecord)
     EXPECT_EQ(s.frames.dropped, 10u);
     EXPECT_EQ(s.nodeState, 4);
     EXPECT_NE(run.out.find("after " + std::to_string(s.frames.total) + " frames"), std::string::npos);
+
+    // The summary page heads with the same identity.
+    const std::string html = clitest::ReadText(folder / "oisverify-out/index.html");
+    EXPECT_EQ(clitest::CheckMarkup(html), "");
+    for (const std::string& row :
+         { std::string("<tr><td>module</td><td>M-7</td></tr>"), std::string("<tr><td>station</td><td>line 3</td></tr>"),
+           "<tr><td>time (UTC)</td><td>" + s.timeUtc + "</td></tr>", std::string("<tr><td>mode</td><td>calibrate</td></tr>"),
+           "<tr><td>tool</td><td>oisverify " + s.toolVersion + "</td></tr>",
+           "<tr><td>node build</td><td>GNU build ID " + s.nodeBuildId + "</td></tr>" })
+    {
+        EXPECT_NE(html.find(row), std::string::npos) << row;
+    }
+    EXPECT_LT(html.find("<table class=\"identity\">"), html.find("<h2>")) << "under the verdict, before the sections";
 }
 
 TEST(RunJson, ARunThatCannotRunSaysErrorOnStdout)
