@@ -106,6 +106,10 @@ TEST(RunSummaryOfAVerification, PropertiesHoldTheValuesTheNodeReadsInFirstOrder)
     EXPECT_EQ(summary.parameters.settings, (oisverify::NamedTexts{ { "logInfoMask", "1" } }));
     EXPECT_EQ(summary.parameters.dropFrames, 5u);
     EXPECT_EQ(summary.frames.dropped, 5u);
+    EXPECT_TRUE(summary.warnings.empty());
+    const RunSummary low = oisverify::SummariseRun(Config({ "--limit", "3" }), Verified(), Passed(), nullptr);
+    ASSERT_EQ(low.warnings.size(), 1u);
+    EXPECT_EQ(low.warnings, Config({ "--limit", "3" }).warnings) << "the warnings printed before the run";
 }
 
 // What the run did not get is null, not a number that looks measured.
@@ -267,6 +271,7 @@ RunSummary Full()
     summary.calibration->persist        = oisverify::PersistSummary{ 3, "ZK", "1", "1.1", "1.05", 7, 9 };
     summary.nodeBuildId                 = "0123abcd";
     summary.notes                       = { "note" };
+    summary.warnings                    = { "warning" };
     summary.horizontal.trueSuppressionDb   = 21.5;
     summary.vertical.stabilisationGainDb   = 18.25;
     summary.reference                   = oisverify::ReferenceSummary{ true, 4, { "reference error" } };
@@ -296,6 +301,7 @@ TEST(RunSummaryDocument, ReadsBackToTheSameDocument)
     EXPECT_EQ(read->nodeErrors[1], "second\ttab");
     EXPECT_EQ(read->measurementMs, 516);
     EXPECT_EQ(read->notes, std::vector<std::string>{ "note" });
+    EXPECT_EQ(read->warnings, std::vector<std::string>{ "warning" });
     EXPECT_EQ(read->horizontal.trueSuppressionDb, 21.5);
     EXPECT_EQ(read->vertical.stabilisationGainDb, 18.25);
     ASSERT_TRUE(read->reference);

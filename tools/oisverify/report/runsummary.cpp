@@ -207,6 +207,7 @@ RunSummary SummariseSession(const RunConfig& config, const RunResult& result)
     summary.mode             = config.calibration.enabled ? "calibrate" : "verify";
     summary.limitDb          = FloatOf(config.srLimitDb);
     summary.limitSource      = config.srLimitSource;
+    summary.warnings         = config.warnings;
     summary.finished         = result.finished;
     summary.nodeState        = result.finalState;
     summary.nodeStateName    = StateName(result.finalState);

@@ -159,6 +159,7 @@ struct RunSummary
     std::string              reason;          // the headline after the verdict
     std::vector<std::string> reasons;         // every reason for FAIL or ERROR
     std::vector<std::string> notes;           // what the node's rules did to the result
+    std::vector<std::string> warnings;        // what the options left the node to do, told before the run
     double                   limitDb = 0.0;
     std::string              limitSource; // the property text the limit came from; empty: the default
     AxisSummary              horizontal;

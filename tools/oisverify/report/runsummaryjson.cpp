@@ -256,6 +256,7 @@ std::string RunSummaryJson(const RunSummary& s, bool compact)
     AddText(pRoot, "reason", s.reason);
     AddTexts(pRoot, "reasons", s.reasons);
     AddTexts(pRoot, "notes", s.notes);
+    AddTexts(pRoot, "warnings", s.warnings);
     cJSON_AddNumberToObject(pRoot, "limitDb", s.limitDb);
     AddText(pRoot, "limitSource", s.limitSource);
     AddAxis(pRoot, "horizontal", s.horizontal);

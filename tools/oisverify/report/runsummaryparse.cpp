@@ -378,8 +378,11 @@ bool ReadHead(FieldReader& root, RunSummary* pSummary)
         return root.Fail("verdict", "is not PASS, FAIL or ERROR");
     }
     s.notes.clear();
+    s.warnings.clear();
     return root.Text("reason", &s.reason) && root.Texts("reasons", &s.reasons) &&
-           (root.Item("notes") == nullptr || root.Texts("notes", &s.notes)) && root.Number("limitDb", &s.limitDb) &&
+           (root.Item("notes") == nullptr || root.Texts("notes", &s.notes)) &&
+           (root.Item("warnings") == nullptr || root.Texts("warnings", &s.warnings)) &&
+           root.Number("limitDb", &s.limitDb) &&
            root.Text("limitSource", &s.limitSource);
 }
 
