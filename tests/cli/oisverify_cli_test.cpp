@@ -3,6 +3,7 @@
 // closed through the calibration service, and the built command's exit codes and output.
 #include <gtest/gtest.h>
 
+#include <math.h>
 #include <stdio.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -117,6 +118,60 @@ TEST_F(RunSession, LowFrameRateEndsInTheNodesTimeLimit)
         << m_verdict.reasons[0];
 }
 
+// The node's SR refers to a fixed 181.248 px shake; the applied shake's suppression is known and
+// judged too, so a stalled table no longer passes.
+TEST_F(RunSession, StalledTableFailsOnTheSuppressionOfTheAppliedShake)
+{
+    Run({ "--ois-off", "--amplitude", "0", "--drop", "0" });
+    EXPECT_EQ(m_result.finalState, 4);
+    EXPECT_GT(m_result.horSrDb, 25.0f) << "the node reads a still chart as a perfect module";
+    ASSERT_TRUE(m_result.suppression.known);
+    EXPECT_EQ(m_result.suppression.appliedShakePx.horizontal, 0.0f);
+    EXPECT_EQ(m_result.suppression.trueSuppressionDb.horizontal, -INFINITY);
+    EXPECT_FALSE(m_verdict.pass) << m_verdict.headline;
+    ASSERT_EQ(m_verdict.reasons.size(), 2u);
+    EXPECT_NE(m_verdict.reasons[0].find("passes only against the node's fixed 181.248 px reference: the table applied "
+                                        "no shake"), std::string::npos) << m_verdict.reasons[0];
+}
+
+// Without OIS the suppression reads 4 dB whatever the shake; the node's SR reads 3 dB higher at
+// half the reference shake. At the reference shake the two agree within the sampling of the frames.
+TEST_F(RunSession, SuppressionIsTheNodesFormulaWithTheAppliedShake)
+{
+    Run({ "--ois-off", "--amplitude", "90", "--drop", "0" });
+    ASSERT_TRUE(m_result.suppression.known);
+    EXPECT_NEAR(m_result.suppression.trueSuppressionDb.horizontal, 4.0, 0.05);
+    EXPECT_NEAR(m_result.suppression.trueSuppressionDb.vertical, 4.0, 0.05);
+    EXPECT_NEAR(m_result.horSrDb - m_result.suppression.trueSuppressionDb.horizontal, 3.04, 0.1);
+    EXPECT_NEAR(m_result.suppression.appliedShakePx.horizontal, 90.0, 1.0);
+    Run({ "--drop", "0" });
+    ASSERT_TRUE(m_result.suppression.known);
+    EXPECT_NEAR(m_result.suppression.trueSuppressionDb.horizontal, m_result.truth.horSrDb, 0.1);
+    EXPECT_EQ(m_result.suppression.residualBlurPx.vertical, m_result.truth.verBlurPx);
+    EXPECT_TRUE(m_verdict.pass) << m_verdict.headline;
+    EXPECT_FALSE(m_result.reference.ran);
+}
+
+// The OIS-off reference is measured by the node first; the stabilisation gain is the difference
+// of the two sessions' SR, 10 log10(unstabilised / stabilised blur).
+TEST_F(RunSession, ReferenceSessionGivesTheStabilisationGain)
+{
+    Run({ "--reference", "--drop", "0" });
+    const oisverify::ReferenceResult& ref = m_result.reference;
+    ASSERT_TRUE(ref.ran);
+    ASSERT_TRUE(ref.measured) << ref.finalState;
+    EXPECT_EQ(ref.finalState, 4);
+    EXPECT_NEAR(ref.referenceSrDb.horizontal, 4.0, 0.1);
+    EXPECT_NEAR(ref.referenceBlurPx.vertical, 180.0, 2.0);
+    ASSERT_TRUE(ref.hasGain);
+    EXPECT_FLOAT_EQ(ref.stabilisationGainDb.horizontal, m_result.horSrDb - ref.referenceSrDb.horizontal);
+    EXPECT_NEAR(ref.stabilisationGainDb.vertical,
+                10.0 * log10(ref.referenceBlurPx.vertical / m_result.events.verBlurPx), 0.05);
+    EXPECT_GT(ref.stabilisationGainDb.vertical, 15.0f);
+    EXPECT_EQ(m_result.finalState, 4) << "the stabilised session follows as without a reference";
+    EXPECT_EQ(m_result.requests, 1u + 32u);
+}
+
 // Frames rendered to files and replayed give the node exactly the SR of the live session.
 TEST_F(RunSession, ReplayOfRenderedFramesMatchesTheLiveSession)
 {
@@ -158,14 +213,14 @@ constexpr uint32_t kServiceWaitMs = 120000;
 class CalibrationSession : public RunSession
 {
 protected:
-    void Calibrate(Words words)
+    void Calibrate(Words words, const oisverify::ProgressSink& progress = nullptr)
     {
         words.insert(words.end(), { "--calibrate", "--drop", "10", "--out", m_folder / "out" });
         std::string error;
         ASSERT_TRUE(oisverify::ParseRunWords(words, &m_config, &error)) << error;
         m_config.device.nodeLibraryPath    = ZELK_NODE_LIBRARY;
         m_config.calibration.socketWaitMs  = kServiceWaitMs;
-        chihost::Status status             = oisverify::RunVerification(m_config, nullptr, &m_result);
+        chihost::Status status             = oisverify::RunVerification(m_config, progress, &m_result);
         ASSERT_TRUE(status) << status.Message();
         m_outcome = oisverify::ReadCalibrationOutcome(m_config, m_result);
         m_verdict = oisverify::DecideCalibrationVerdict(m_config, m_result, m_outcome);
@@ -232,6 +287,52 @@ TEST_F(CalibrationSession, ModuleWithinTheLimitNeedsNoSearch)
     EXPECT_FALSE(m_outcome.searched);
     EXPECT_FALSE(m_result.calibration.persistRead);
     EXPECT_TRUE(m_result.calibration.applied.empty());
+}
+
+// After the search the SR window is the selected gains' measurement, which ends with the request
+// that completed it.
+TEST_F(CalibrationSession, SrWindowIsTheSelectedMeasurement)
+{
+    // The progress of a target never shows another target's SR as its own: the SR shown is the
+    // last measured target's, under that target's number.
+    std::vector<oisverify::ProgressInfo> shown;
+    Calibrate({ "--ideal-gain", "1.08" }, [&shown](const oisverify::ProgressInfo& info, bool) {
+        if (info.targets != 0 && info.measuredPairs == 0)
+        {
+            shown.push_back(info);
+        }
+    });
+    ASSERT_EQ(m_outcome.records.size(), 9u);
+    size_t named = 0;
+    for (const oisverify::ProgressInfo& info : shown)
+    {
+        EXPECT_FALSE(info.hasSr) << "frame " << info.frameNum;
+        if (info.measuredTarget >= 0)
+        {
+            named++;
+            ASSERT_LT(static_cast<uint32_t>(info.measuredTarget), info.targets) << "frame " << info.frameNum;
+            const oisverify::SearchRecord& record = m_outcome.records[static_cast<size_t>(info.measuredTarget)];
+            EXPECT_NEAR(info.measuredHorSrDb, record.srXDb, 0.006) << "frame " << info.frameNum;
+            EXPECT_NEAR(info.measuredVerSrDb, record.srYDb, 0.006) << "frame " << info.frameNum;
+        }
+    }
+    EXPECT_GT(named, 0u);
+    ASSERT_TRUE(m_outcome.hasSelection);
+    ASSERT_GE(m_outcome.selectedX, 0);
+    const int32_t doneAt = m_outcome.records[static_cast<size_t>(m_outcome.selectedX)].frameNum;
+    uint32_t      last   = 0;
+    size_t        count  = 0;
+    for (const oisverify::RunFrame& frame : m_result.frames)
+    {
+        if (frame.inRing)
+        {
+            count++;
+            last = frame.measured.frameNum;
+        }
+    }
+    EXPECT_EQ(count, 31u);
+    EXPECT_EQ(last, static_cast<uint32_t>(doneAt));
+    EXPECT_FALSE(m_result.frames.back().inRing) << "the last target, 1.20, was not selected";
 }
 
 // With one axis held the node's search runs on until the persist file refuses a target: the tool
@@ -307,6 +408,15 @@ INSTANTIATE_TEST_SUITE_P(
                       ExitCase{ "--replay /nonexistent/frames", 1, "is not a directory" },
                       ExitCase{ "--prop persist.vendor.camera.oisgyrogain.w=", 1, "refused creation with result 3" },
                       ExitCase{ "--fps 25 --drop 0", 1, "error -13" },
+                      ExitCase{ "--fps 24 --drop 0", 1,
+                                "warning       expect error -13: the node allows the 13 frame periods of a verdict "
+                                "520 ms, so frames must come faster than 25 fps" },
+                      ExitCase{ "--ois-off --amplitude 0 --drop 0", 1,
+                                "dB passes only against the node's fixed 181.248 px reference: the table applied no "
+                                "shake" },
+                      ExitCase{ "--drop 0 --reference", 0, "stabilisation " },
+                      ExitCase{ "--gain 0.5 --drop 0", 1, "node state 4 (done measuring)" },
+                      ExitCase{ "--setting nosuch=1", 2, "unknown setting 'nosuch'" },
                       ExitCase{ "--help", 0, "usage: oisverify run" },
                       ExitCase{ "--calibrate --ideal-gain 1.08 --drop 10 --service-wait 120", 0,
                                 "PASS  SR at or above the limit of 18.00 dB on both gyro axes with the selected "

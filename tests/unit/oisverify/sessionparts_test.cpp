@@ -98,6 +98,14 @@ TEST(ProgressLine, FollowsTheGainSearch)
     EXPECT_NE(oisverify::FormatProgress(info).find("verifying gain  target 2 gain 0.90,1.00  measured 12/32"),
               std::string::npos)
         << oisverify::FormatProgress(info);
+    // The SR of the target measured last is shown under its own number, not as this target's.
+    info.hasSr           = false;
+    info.measuredTarget  = 1;
+    info.measuredHorSrDb = 10.744f;
+    info.measuredVerSrDb = 10.73f;
+    EXPECT_EQ(oisverify::FormatProgress(info),
+              "  frame 300    verifying gain  target 2 gain 0.90,1.00  measured 12/32  failed 0  target 1: SR 10.74 / "
+              "10.73 dB");
     info               = Progress(532, 320, 0, true);
     info.measuredPairs = 9;
     EXPECT_NE(oisverify::FormatProgress(info).find("done            gain search over, 9 pairs measured"),

@@ -67,7 +67,9 @@ std::string InitialText(const RunConfig& config, const CalibrationOutcome& outco
     }
     std::string limitText, unused;
     FormatAgainstLimit(limit, limit, &limitText, &unused);
-    return "FAIL  " + below + " below the limit of " + limitText + (above.empty() ? "" : " (" + above + " reaches it)") +
+    const bool both = above.empty();
+    return "FAIL  " + below + (both ? " are" : " is") + " below the limit of " + limitText +
+           (both ? "" : " (" + above + " reaches it)") +
            ": the node searches the gyro gains";
 }
 

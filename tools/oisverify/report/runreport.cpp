@@ -243,6 +243,12 @@ std::string FormatProgress(const ProgressInfo& info)
         snprintf(text, sizeof(text), "  SR %.2f / %.2f dB", info.horSrDb, info.verSrDb);
         line += text;
     }
+    if (info.measuredTarget >= 0)
+    {
+        snprintf(text, sizeof(text), "  target %d: SR %.2f / %.2f dB", info.measuredTarget, info.measuredHorSrDb,
+                 info.measuredVerSrDb);
+        line += text;
+    }
     return line;
 }
 

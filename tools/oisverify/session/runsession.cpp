@@ -249,9 +249,16 @@ ProgressInfo SessionRunner::Progress(const chihost::RequestRecord& record) const
         info.targetGainX = events.targetGainX;
         info.targetGainY = events.targetGainY;
         info.measured    = events.measured - events.measuredBeforeTarget;
-        // Until this target is measured the last SR belongs to the one before it: the verdicts
-        // are the base gains' and one per measured target.
-        info.hasSr = events.verdicts.size() > events.targets;
+        // The published SR belongs to the last target measured, which the node has already left
+        // when the line is printed: it is shown as that target's. The verdicts are the base
+        // gains' and one per measured target.
+        info.hasSr = false;
+        if (events.verdicts.size() >= 2)
+        {
+            info.measuredTarget  = static_cast<int32_t>(events.verdicts.size()) - 2;
+            info.measuredHorSrDb = events.verdicts.back().horSrDb;
+            info.measuredVerSrDb = events.verdicts.back().verSrDb;
+        }
     }
     else if (events.targets != 0 && !events.verdicts.empty())
     {

@@ -54,6 +54,11 @@ struct ProgressInfo
     float    targetGainX = 0.0f;
     float    targetGainY = 0.0f;
     uint32_t measuredPairs = 0; // once a calibration search is over: the gain pairs it measured
+    // During a search: the last target measured (from 0, -1 before the first) and its SR per image
+    // axis, shown apart from the target being settled or measured.
+    int32_t  measuredTarget   = -1;
+    float    measuredHorSrDb  = 0.0f;
+    float    measuredVerSrDb  = 0.0f;
 };
 
 // Called after every request; `last` is true once, for the request that ended the session.

@@ -266,6 +266,16 @@ Verdict DecideCalibrationVerdict(const RunConfig& config, const RunResult& resul
         {
             verdict.reasons.push_back("the node finished without a passing verification and without a search");
         }
+        else
+        {
+            // No search because the node's SR passed: that must hold for the applied shake too,
+            // or a stalled table would skip the calibration and pass.
+            VerdictInput input = MakeVerdictInput(config, result);
+            input.hasSr        = true;
+            input.horSrDb      = outcome.initial.horSrDb;
+            input.verSrDb      = outcome.initial.verSrDb;
+            verdict.reasons    = DecideVerdict(input).reasons;
+        }
     }
     else if (!outcome.hasSelection)
     {
