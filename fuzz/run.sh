@@ -39,6 +39,7 @@ run_target() {
 
 run_target persistparser_fuzz persist
 run_target persistrewrite_fuzz persistrewrite
+run_target runsummary_fuzz runsummary
 run_target nodeproperties_fuzz nodeproperties
 run_target noderecords_fuzz noderecords
 run_target nodeimages_fuzz nodeimages

@@ -18,6 +18,7 @@
 #include "cli/runoptions.h"
 #include "report/runoutput.h"
 #include "report/runreport.h"
+#include "report/runsummary.h"
 #include "session/runsession.h"
 #include "session/stoprequest.h"
 
@@ -60,6 +61,26 @@ int RunExitStatus(int verdictStatus)
     return (StopSignal() != 0) ? StopExitStatus(StopSignal()) : verdictStatus;
 }
 
+// Writes the summary document when --json asked for one; false after saying why it could not. A
+// document inside the output folder joins the folder's list, so the next run there removes it.
+bool WriteSummary(const RunConfig& config, const RunSummary& summary)
+{
+    if (config.summary.jsonPath.empty())
+    {
+        return true;
+    }
+    chihost::Status status = ListInOutputFolder(config.outDir, config.summary.jsonPath);
+    if (status)
+    {
+        status = WriteRunSummary(config.summary.jsonPath, summary);
+    }
+    if (!status)
+    {
+        fprintf(stderr, "oisverify run: %s\n", status.Message().c_str());
+    }
+    return static_cast<bool>(status);
+}
+
 } // namespace
 
 int RunRun(int argc, char** argv, int first)
@@ -93,49 +114,65 @@ int RunRun(int argc, char** argv, int first)
         fprintf(stderr, "oisverify run: %s\n", status.Message().c_str());
         return 1;
     }
-    PrintRunHeader(stdout, config);
+    // With the summary on stdout, stdout holds nothing else: the text goes to stderr.
+    FILE* pText = (config.summary.jsonPath == "-") ? stderr : stdout;
+    PrintRunHeader(pText, config);
     if (config.calibration.enabled)
     {
-        PrintCalibrationHeader(stdout, config);
+        PrintCalibrationHeader(pText, config);
     }
     // On a terminal the progress line is rewritten in place, unless the node's log is echoed too.
-    const bool      terminal = isatty(fileno(stdout)) != 0;
+    const bool      terminal = isatty(fileno(pText)) != 0;
     const bool      colour   = terminal && getenv("NO_COLOR") == nullptr;
-    ProgressPrinter printer(stdout, terminal && !config.echoLog, config.progressEvery);
-    RunResult result;
+    ProgressPrinter printer(pText, terminal && !config.echoLog, config.progressEvery);
+    RunResult       result;
     status = RunVerification(config, [&printer](const ProgressInfo& info, bool last) { printer(info, last); }, &result);
     if (!status)
     {
         fprintf(stderr, "oisverify run: %s\n", status.Message().c_str());
+        WriteSummary(config, SummariseError(config, result, status.Message()));
         return RunExitStatus(1);
     }
     std::vector<std::string> written;
     Verdict                  verdict;
+    RunSummary               summary;
     if (config.calibration.enabled)
     {
         const CalibrationOutcome outcome = ReadCalibrationOutcome(config, result);
         verdict                          = DecideCalibrationVerdict(config, result, outcome);
-        PrintCalibrationReport(stdout, config, result, outcome, verdict, colour);
-        status = WriteRunOutputs(config, result, verdict, &written, &outcome);
+        PrintCalibrationReport(pText, config, result, outcome, verdict, colour);
+        status  = WriteRunOutputs(config, result, verdict, &written, &outcome);
+        summary = SummariseRun(config, result, verdict, &outcome);
     }
     else
     {
         verdict = DecideVerdict(MakeVerdictInput(config, result));
-        PrintVerdict(stdout, config, result, verdict, colour);
-        status = WriteRunOutputs(config, result, verdict, &written);
+        PrintVerdict(pText, config, result, verdict, colour);
+        status  = WriteRunOutputs(config, result, verdict, &written);
+        summary = SummariseRun(config, result, verdict, nullptr);
     }
     if (!status)
     {
         fprintf(stderr, "oisverify run: %s\n", status.Message().c_str());
+        MarkRunError(&summary, status.Message());
+        WriteSummary(config, summary);
         return RunExitStatus(1);
     }
-    PrintOutputFiles(stdout, config, result, written);
+    PrintOutputFiles(pText, config, result, written);
     if (result.stopSignal != 0)
     {
         fprintf(stderr, "oisverify run: %s; the output folder holds what it produced so far\n",
                 result.stopReason.c_str());
     }
-    fflush(stdout);
+    if (!WriteSummary(config, summary))
+    {
+        return RunExitStatus(1);
+    }
+    if (config.summary.jsonPath != "-" && !config.summary.jsonPath.empty())
+    {
+        fprintf(pText, "Summary in %s\n", config.summary.jsonPath.c_str());
+    }
+    fflush(pText);
     return RunExitStatus(verdict.pass ? 0 : 1);
 }
 

@@ -5,6 +5,8 @@
 
 #include "report/calibrationreport.h"
 #include "report/runreport.h"
+#include "report/runsummary.h"
+#include "report/toolversion.h"
 #include "figures/svgwriter.h"
 
 namespace oisverify
@@ -19,7 +21,7 @@ const char kStyle[] =
     "h1.pass{background:#1a7f37}h1.fail{background:#cf222e}"
     "h2{margin-top:28px;border-bottom:1px solid #d0d7de;padding-bottom:4px}"
     "table{border-collapse:collapse}td,th{padding:4px 12px;text-align:right;border-bottom:1px solid #eaeef2}"
-    "th:first-child,td:first-child{text-align:left}table.params td{text-align:left}"
+    "th:first-child,td:first-child{text-align:left}table.params td,table.identity td{text-align:left}"
     "td.bad{color:#cf222e;font-weight:bold}td.good{color:#1a7f37;font-weight:bold}"
     ".headline{font-size:18px;vertical-align:middle}figure{margin:12px 0}svg{max-width:100%;height:auto}"
     "code{background:#f6f8fa;padding:1px 4px}"
@@ -81,6 +83,34 @@ std::string List(const std::vector<std::string>& items, bool code)
         html += code ? "<li><code>" + XmlEscape(item) + "</code></li>\n" : "<li>" + XmlEscape(item) + "</li>\n";
     }
     return html + "</ul>\n";
+}
+
+// The page's head under the verdict: what identifies the run, the node's final state and the
+// frame counts, as the run's JSON summary carries them.
+std::string RunIdentityHtml(const RunConfig& config, const RunResult& result)
+{
+    const std::string buildId = ElfBuildId(result.nodeLibraryPath);
+    const int32_t     state   = result.finalState;
+    char              frames[128];
+    snprintf(frames, sizeof(frames), "%u measured, %u failed, %u dropped, %llu in all", result.events.measured,
+             result.events.failed, config.params.dropFrames, static_cast<unsigned long long>(result.requests));
+    const std::pair<const char*, std::string> rows[] = {
+        { "module", config.summary.moduleId.empty() ? "(no ID)" : config.summary.moduleId },
+        { "station", config.summary.station },
+        { "time (UTC)", IsoUtc(config.summary.started) },
+        { "mode", config.calibration.enabled ? "calibrate" : "verify" },
+        { "tool", std::string("oisverify ") + kToolVersion },
+        { "node build", buildId.empty() ? "unknown" : "GNU build ID " + buildId },
+        { "node state",
+          std::to_string(state) + " (" + StateName(state) + (state < 0 ? ": " + ErrorMeaning(state) : "") + ")" },
+        { "frames", frames },
+    };
+    std::string html = "<table class=\"identity\">\n";
+    for (const auto& row : rows)
+    {
+        html += "<tr>" + Cell(row.first) + Cell(row.second) + "</tr>\n";
+    }
+    return html + "</table>\n";
 }
 
 std::string FileLinks(const std::vector<std::string>& files)
@@ -159,6 +189,7 @@ std::string SummaryHtml(const RunConfig& config, const RunResult& result, const 
     {
         html += List(verdict.reasons, false);
     }
+    html += RunIdentityHtml(config, result);
     if (figures.calibrationSection.empty())
     {
         html += "<h2>Suppression ratio</h2>\n" + SrTable(config, result);

@@ -268,6 +268,27 @@ chihost::Status PrepareOutputFolder(const std::string& outDir)
     return WriteText((folder / kOutputListName).string(), kOutputListHead);
 }
 
+chihost::Status ListInOutputFolder(const std::string& outDir, const std::string& path)
+{
+    if (outDir.empty() || fs::path(path).parent_path().lexically_normal() != fs::path(outDir).lexically_normal())
+    {
+        return chihost::Status::Ok();
+    }
+    std::string     error;
+    const fs::path  listPath = fs::path(outDir) / kOutputListName;
+    std::string     list     = ReadSmallFile(listPath, kMaxOutputListBytes, &error);
+    const std::string name   = fs::path(path).filename().string();
+    if (!error.empty())
+    {
+        return chihost::Status::Error("cannot read " + listPath.string() + ": " + error);
+    }
+    if (("\n" + list).find("\n" + name + "\n") != std::string::npos)
+    {
+        return chihost::Status::Ok();
+    }
+    return WriteText(listPath.string(), list + name + "\n");
+}
+
 std::string PositionsCsv(const RunResult& result)
 {
     std::string csv = "frame,ring_slot,algo_return,in_sr_window,up_x,up_y,down_x,down_y,left_x,left_y,right_x,right_y,"

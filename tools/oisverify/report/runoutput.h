@@ -33,6 +33,10 @@ extern const char* const kInterruptedName;
 // before writing anything leaves a folder the next run recognises. Nothing for an empty outDir.
 chihost::Status PrepareOutputFolder(const std::string& outDir);
 
+// Adds the file at path to outDir's list when it lies directly in outDir (a summary document
+// written there), so that the next run into the folder removes it too; nothing otherwise.
+chihost::Status ListInOutputFolder(const std::string& outDir, const std::string& path);
+
 // One row per measured frame: frame, ring slot, algorithm return, whether it is in the final SR's
 // window, the eight measured coordinates and, when known, the eight true ones.
 std::string PositionsCsv(const RunResult& result);

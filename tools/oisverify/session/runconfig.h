@@ -8,6 +8,7 @@
 #define ZELK_TOOLS_OISVERIFY_RUNCONFIG_H
 
 #include <stdint.h>
+#include <time.h>
 
 #include <string>
 #include <vector>
@@ -91,6 +92,15 @@ struct CalibrationConfig
     uint32_t    socketWaitMs = 10000; // while another process holds the socket name
 };
 
+// What identifies a run in its summary document (run --json), and where the document goes.
+struct SummaryTarget
+{
+    std::string jsonPath; // absolute, "-" for stdout, empty for no document
+    std::string moduleId; // --module-id, else the module's fuse ID, else empty
+    std::string station;  // --station, else the host name
+    time_t      started = 0; // when the run was set up, in seconds since the epoch
+};
+
 struct RunConfig
 {
     DeviceRequest device;       // build.prop already holds the composed properties
@@ -111,6 +121,7 @@ struct RunConfig
     bool          reference = false;
     // What the options leave the node to do that the user may not expect; printed before the run.
     std::vector<std::string> warnings;
+    SummaryTarget            summary;
 };
 
 // Fills the scenario's sensor and shake from layout and params, leaving module and noise as set.
