@@ -13,6 +13,7 @@
 #include "chinodeutils.h"
 #include "devicepath.h"
 #include "oisverifylog.h"
+#include "oisverifynodefiles.h"
 
 namespace
 {
@@ -25,29 +26,11 @@ const FLOAT Aspect4By3        = 1.33f;
 const FLOAT Aspect16By9       = 1.77f;
 const UINT8 NeutralChroma     = 0x80;
 const UINT32 PathBytes        = 512;
-const mode_t DumpFileMode     = 0644;
 
-// Opens a dump file for writing as mode "wb" does, but never blocks and never leaves the folder:
-// a FIFO or other special file at the name, or a symbolic link, is refused (null).
+// Dump files are opened with the node's safe writer: never a FIFO, a special file or a link.
 FILE* OpenDumpFile(const CHAR* pDevicePath)
 {
-    const INT32 flags = O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC;
-    const INT32 fd    = open(DevicePath(pDevicePath).Get(), flags, DumpFileMode);
-    if (fd < 0)
-    {
-        return NULL;
-    }
-    struct stat status;
-    FILE*       pFile = NULL;
-    if ((0 == fstat(fd, &status)) && S_ISREG(status.st_mode) && (0 == fcntl(fd, F_SETFL, 0)))
-    {
-        pFile = fdopen(fd, "wb");
-    }
-    if (NULL == pFile)
-    {
-        close(fd);
-    }
-    return pFile;
+    return OpenNodeOutputFile(DevicePath(pDevicePath).Get());
 }
 
 } // namespace

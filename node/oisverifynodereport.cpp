@@ -12,6 +12,7 @@
 
 #include "camxchinodezelkoisverify.h"
 #include "oisverifylog.h"
+#include "oisverifynodefiles.h"
 
 namespace
 {
@@ -169,8 +170,8 @@ void ChiOisVerifyNode::GenerateJson()
     CHAR*  pText = cJSON_Print(pRoot);
 
     // Relative path: the report lands under the host process's working directory. A missing
-    // folder means no report and no message.
-    FILE* pFile = fopen(ReportPath, "wb");
+    // folder means no report and no message; so does a FIFO, special file or link at its name.
+    FILE* pFile = OpenNodeOutputFile(ReportPath);
     if (NULL != pFile)
     {
         if (NULL != pText)

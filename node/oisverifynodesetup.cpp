@@ -19,6 +19,7 @@
 #include "devicepath.h"
 #include "oiscalibrationfile.h"
 #include "oisverifylog.h"
+#include "oisverifynodefiles.h"
 
 namespace
 {
@@ -132,6 +133,15 @@ void RemoveDumpFolderEntries(DIR* pDirectory)
             OIS_LOG_ERROR_IN("PrepareDumpImage", "rm %s fail", path.c_str());
         }
     }
+}
+
+// The two text logs go through the host's file helper, as on a device, once the name is known to
+// hold no FIFO, special file or link: opening a FIFO for writing waits for a reader, and a link
+// leads out of the node's folder. Refused like a file that cannot be created (NULL).
+FILE* OpenTextLog(const CHAR* pDevicePath)
+{
+    const DevicePath path(pDevicePath);
+    return (TRUE == IsPlainFileOrAbsent(path.Get())) ? ChiNodeUtils::FOpen(path.Get(), "w") : NULL;
 }
 
 } // namespace
@@ -267,7 +277,7 @@ CDKResult ChiOisVerifyNode::Initialize(CHINODECREATEINFO* pCreateInfo)
     }
     InitializeAlgoResultBuffer();
 
-    m_pPointPositionFile = ChiNodeUtils::FOpen(DevicePath(PointPositionFile).Get(), "w");
+    m_pPointPositionFile = OpenTextLog(PointPositionFile);
     OIS_LOG_INFO("Initialzie ringbuffer size = %d", m_BufferSize);
 
     if (1 == m_isGyroGainCalib)
@@ -473,7 +483,7 @@ void ChiOisVerifyNode::InitializeAlgoResultBuffer()
 
 void ChiOisVerifyNode::OpenCalibrationOutputs()
 {
-    m_calibLogFile = ChiNodeUtils::FOpen(DevicePath(CalibLogFile).Get(), "w");
+    m_calibLogFile = OpenTextLog(CalibLogFile);
     if (NULL == m_calibLogFile)
     {
         OIS_LOG_ERROR_IN("Initialize", "create file %s fail", CalibLogFile);

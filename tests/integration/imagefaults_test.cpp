@@ -255,6 +255,59 @@ INSTANTIATE_TEST_SUITE_P(
                       "" }),
     [](const ::testing::TestParamInfo<SpecialEntry>& info) { return std::string(info.param.pName); });
 
+// The node's own text files replaced by a FIFO (opening one for writing waits for a reader: at
+// creation for the point-position log, in the request that ends the test for the report) or by a
+// link out of the node's folders. Neither is opened; the test still ends in its verdict.
+struct OwnFileCase
+{
+    const char*  pName;
+    const char*  pDevicePath;
+    SpecialEntry entry;
+};
+
+void PrintTo(const OwnFileCase& c, std::ostream* pOut)
+{
+    *pOut << c.pName;
+}
+
+class OwnFileEntryTest : public ImageFaultsTest, public ::testing::WithParamInterface<OwnFileCase>
+{
+};
+
+TEST_P(OwnFileEntryTest, IsNotOpenedAndTheTestReachesItsVerdict)
+{
+    Open("1:0:0:10:4:60", [](chihost::DeviceRoot& root) {
+        const std::string path = root.Map(GetParam().pDevicePath);
+        ASSERT_EQ(system(("mkdir -p " + path.substr(0, path.rfind('/'))).c_str()), 0);
+        GetParam().entry.make(path, root.Map(kOutsideDir));
+    });
+    auto records = m_session.Run(60);
+    ASSERT_FALSE(records.empty());
+    EXPECT_EQ(records.back().published.state, 4);
+    struct stat status = {};
+    ASSERT_EQ(lstat(Map(GetParam().pDevicePath).c_str(), &status), 0);
+    EXPECT_FALSE(S_ISREG(status.st_mode)) << "the entry is left as it was";
+    ExpectOutsideUntouched();
+}
+
+const SpecialEntry kFifoEntry{ "Fifo",
+                               [](const std::string& path, const std::string&) { ASSERT_EQ(mkfifo(path.c_str(), 0600), 0); },
+                               "" };
+const SpecialEntry kLinkOutEntry{ "LinkOut",
+                                  [](const std::string& path, const std::string& outside) {
+                                      ASSERT_EQ(symlink((outside + "notes.txt").c_str(), path.c_str()), 0);
+                                  },
+                                  "" };
+
+INSTANTIATE_TEST_SUITE_P(
+    Kinds, OwnFileEntryTest,
+    ::testing::Values(OwnFileCase{ "PointPositionFifo", "/data/vendor/camera/oisverify/oisVerify_point_position.txt", kFifoEntry },
+                      OwnFileCase{ "PointPositionLinkOut", "/data/vendor/camera/oisverify/oisVerify_point_position.txt",
+                                   kLinkOutEntry },
+                      OwnFileCase{ "ReportFifo", "/data/vendor/camera/oisverify/oisVerify.json", kFifoEntry },
+                      OwnFileCase{ "ReportLinkOut", "/data/vendor/camera/oisverify/oisVerify.json", kLinkOutEntry }),
+    [](const ::testing::TestParamInfo<OwnFileCase>& info) { return std::string(info.param.pName); });
+
 // A 4:3 frame whose stride is below its width: the crop length is set from the size (750,000,000)
 // and the window refused. The first-frame dump then has no crop and must not size a buffer from
 // that length (1.5 x its square is far beyond any memory).
