@@ -1,13 +1,8 @@
 // Set-up and tear-down of a node instance: construction, Initialize (test parameters from system
-// properties, node properties, library bindings, working directories, ring buffer, text logs,
-// calibration manager and EEPROM flag) and the destructor's release order.
-#include <dirent.h>
-#include <errno.h>
-#include <fcntl.h>
+// properties, node properties, library bindings, working directories (oisverifynodefolders.cpp),
+// ring buffer, text logs, calibration manager and EEPROM flag) and the destructor's release order.
 #include <stdlib.h>
 #include <string.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <cmath>
 #include <limits>
@@ -28,9 +23,6 @@ const CHAR AlgoParaProperty[]       = "vendor.debug.camera.oisAlgoPara";
 const CHAR AlgoParaDefault[]        = "1:0:0:120:4:60";
 const CHAR GainCalibrateProperty[]  = "vendor.debug.camera.oisGainCalibrate";
 const CHAR GainCalibrateDefault[]   = "0:0:18.0:0.05:0.2:10";
-const CHAR WorkingDirectory[]       = "data/vendor/camera/oisverify/";
-const CHAR DumpDirectory[]          = "data/vendor/camera/oisverify/dumpImage/";
-const CHAR DumpFolderName[]         = "dumpImage"; // DumpDirectory within WorkingDirectory
 const CHAR PointPositionFile[]      = "/data/vendor/camera/oisverify/oisVerify_point_position.txt";
 const CHAR CalibLogFile[]           = "/data/vendor/camera/oisverify/oisGyroGainCalibrate.txt";
 const CHAR CalibLogBanner[]         = "///////////////// zelk OIS gyro gain calibrate /////////////////";
@@ -38,9 +30,6 @@ const CHAR EepromSection[]          = "org.codeaurora.qcamera3.sensor_meta_data"
 const CHAR EepromTag[]              = "EEPROMInformation";
 const CHAR GyroGainAndSRMatchName[] = "OISGyroGainAndSRMatch";
 
-// The directory tests pass this creation mode as the access mode. The platform rejects it, so a
-// directory is never reported present and is always (re)created; the messages follow from that.
-const int    DirectoryMode            = 0700;
 const UINT32 DelayedProcessingBit     = 0x800;
 const UINT32 TextLineBytes            = 256;
 const UINT32 DefaultDropFrameNum      = 100;
@@ -109,30 +98,6 @@ T TruncateSaturating(DOUBLE value)
         return std::numeric_limits<T>::max();
     }
     return static_cast<T>(value);
-}
-
-// Removes every entry of the open dump folder as remove() would, but relative to the folder itself:
-// a file or link is unlinked, an (empty) folder removed; nothing is recursed into.
-void RemoveDumpFolderEntries(DIR* pDirectory)
-{
-    for (struct dirent* pEntry = readdir(pDirectory); NULL != pEntry; pEntry = readdir(pDirectory))
-    {
-        if ((0 == strcmp(pEntry->d_name, ".")) || (0 == strcmp(pEntry->d_name, "..")))
-        {
-            continue;
-        }
-        const std::string path    = std::string(DumpDirectory) + pEntry->d_name;
-        const BOOL        removed = (0 == unlinkat(dirfd(pDirectory), pEntry->d_name, 0)) ||
-                                    ((EISDIR == errno) && (0 == unlinkat(dirfd(pDirectory), pEntry->d_name, AT_REMOVEDIR)));
-        if (removed)
-        {
-            OIS_LOG_INFO_IN("PrepareDumpImage", "rm %s ", path.c_str());
-        }
-        else
-        {
-            OIS_LOG_ERROR_IN("PrepareDumpImage", "rm %s fail", path.c_str());
-        }
-    }
 }
 
 // The two text logs go through the host's file helper, as on a device, once the name is known to
@@ -375,96 +340,6 @@ void ChiOisVerifyNode::ApplyNodeProperties(CHINODECREATEINFO* pCreateInfo)
             pCreateInfo->nodeFlags |= ChiNodeFlagDelayedProcessingNotify;
             OIS_LOG_INFO_IN("Initialize", "Delayed processing notifying enabled");
         }
-    }
-}
-
-BOOL ChiOisVerifyNode::PrepareDumpImage()
-{
-    BOOL failed = FALSE;
-    if (0 == access(WorkingDirectory, DirectoryMode))
-    {
-        failed = TRUE;
-    }
-    else if (0 == mkdir(WorkingDirectory, DirectoryMode))
-    {
-        OIS_LOG_INFO("create dir %s", WorkingDirectory);
-    }
-    else
-    {
-        OIS_LOG_INFO("do not need create dir %s", WorkingDirectory);
-        failed = TRUE;
-    }
-
-    if (1 != m_DumpImageProp)
-    {
-        return TRUE;
-    }
-    return (FALSE == RenewDumpDirectory(failed)) ? TRUE : FALSE;
-}
-
-// Empties, removes and recreates the dump directory; returns the failure flag afterwards. Nothing
-// here follows a symbolic link: the folder is opened with O_NOFOLLOW, its entries are removed with
-// unlinkat (a link entry loses the link, never its target), and a dump folder that is itself a
-// link is removed as a link, so a link can never make the node empty or fill another folder.
-BOOL ChiOisVerifyNode::RenewDumpDirectory(BOOL failed)
-{
-    const INT32 workFd = open(WorkingDirectory, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    const INT32 dumpFd = (workFd >= 0) ? openat(workFd, DumpFolderName, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)
-                                       : -1;
-    DIR* pDirectory = (dumpFd >= 0) ? fdopendir(dumpFd) : NULL;
-    if (NULL == pDirectory)
-    {
-        OIS_LOG_INFO_IN("PrepareDumpImage", "open dir fail errno = %d %s, do not need delete old files", errno,
-                        DumpDirectory);
-        failed = FALSE;
-        if (dumpFd >= 0)
-        {
-            close(dumpFd);
-        }
-        RemoveDumpFolderLink(workFd);
-    }
-    else
-    {
-        RemoveDumpFolderEntries(pDirectory);
-        closedir(pDirectory);
-        if (0 == unlinkat(workFd, DumpFolderName, AT_REMOVEDIR))
-        {
-            OIS_LOG_INFO_IN("PrepareDumpImage", "rm %s ", DumpDirectory);
-        }
-    }
-
-    if ((0 != access(DumpDirectory, DirectoryMode)) && (workFd >= 0) && (0 == mkdirat(workFd, DumpFolderName, DirectoryMode)))
-    {
-        OIS_LOG_INFO_IN("PrepareDumpImage", "create dir %s", DumpDirectory);
-        failed = FALSE;
-    }
-    else
-    {
-        OIS_LOG_ERROR_IN("PrepareDumpImage", "create dir %s fail", DumpDirectory);
-    }
-    if (workFd >= 0)
-    {
-        close(workFd);
-    }
-    return failed;
-}
-
-// A dump folder that is a symbolic link is removed as the link, so that the real folder is made
-// in its place; any other non-folder is left for the folder creation to fail on.
-void ChiOisVerifyNode::RemoveDumpFolderLink(INT32 workFd)
-{
-    struct stat status;
-    if ((workFd < 0) || (0 != fstatat(workFd, DumpFolderName, &status, AT_SYMLINK_NOFOLLOW)) || !S_ISLNK(status.st_mode))
-    {
-        return;
-    }
-    if (0 == unlinkat(workFd, DumpFolderName, 0))
-    {
-        OIS_LOG_INFO_IN("PrepareDumpImage", "rm %s ", DumpDirectory);
-    }
-    else
-    {
-        OIS_LOG_ERROR_IN("PrepareDumpImage", "rm %s fail", DumpDirectory);
     }
 }
 
