@@ -1,4 +1,4 @@
-// One verification session; see runsession.h.
+// One verification session; see runsession.h and referencesession.h.
 #include "session/runsession.h"
 
 #include <stdio.h>
@@ -14,6 +14,7 @@
 #include "cli/calibrationoptions.h"
 #include "chihost/emulator/nodesession.h"
 #include "session/framesources.h"
+#include "session/referencesession.h"
 #include "session/stoprequest.h"
 #include "sim/debugimages.h"
 #include "simframesource.h"
@@ -39,33 +40,6 @@ constexpr std::chrono::milliseconds kSocketRetryInterval(100);
 // Debug images beyond the frames for a verdict, so that failed frames never make the node cycle
 // back to an image it measured already.
 constexpr uint32_t kSpareDebugImages = 8;
-
-// The blur the table's shake alone gives over the given frames: the same scenario with the OIS
-// and its residual floor off, so sampling and exposure are those of the measured frames.
-sim::BlurSr AppliedShakeBlur(const sim::Scenario& scenario, const std::vector<uint32_t>& frameIndices)
-{
-    sim::Scenario table       = scenario;
-    table.ois.enabled         = false;
-    table.ois.residualFloorPx = 0.0;
-    const sim::Simulator      simulator(table);
-    std::vector<sim::FourCentres> window;
-    for (uint32_t index : frameIndices)
-    {
-        window.push_back(simulator.Truth(index).CropCentres());
-    }
-    return sim::ComputeBlurSr(window);
-}
-
-TrueSuppression MakeSuppression(const sim::BlurSr& applied, const sim::BlurSr& residual)
-{
-    TrueSuppression suppression;
-    suppression.known                        = true;
-    suppression.appliedShakePx               = { applied.horBlurPx, applied.verBlurPx };
-    suppression.residualBlurPx               = { residual.horBlurPx, residual.verBlurPx };
-    suppression.trueSuppressionDb.horizontal = static_cast<float>(SuppressionDb(applied.horBlurPx, residual.horBlurPx));
-    suppression.trueSuppressionDb.vertical   = static_cast<float>(SuppressionDb(applied.verBlurPx, residual.verBlurPx));
-    return suppression;
-}
 
 std::string ReadFile(const std::string& path)
 {
@@ -367,7 +341,7 @@ void SessionRunner::PairWithTruth()
         m_result.truth = sim::ComputeBlurSr(window);
         const std::vector<uint32_t> ringIndices(truthIndices.end() - static_cast<std::ptrdiff_t>(ring),
                                                 truthIndices.end());
-        m_result.suppression = MakeSuppression(AppliedShakeBlur(m_config.scenario, ringIndices), m_result.truth);
+        m_result.suppression = ShakeSuppression(m_config.scenario, ringIndices, m_result.truth);
     }
 }
 
@@ -458,6 +432,8 @@ void SessionRunner::ReleaseRoot()
     }
 }
 
+} // namespace
+
 chihost::Status RunSession(const RunConfig& config, const ProgressSink& progress, RunResult* pResult)
 {
     *pResult = RunResult();
@@ -473,59 +449,6 @@ chihost::Status RunSession(const RunConfig& config, const ProgressSink& progress
     }
     runner.Stream(progress);
     return runner.Collect();
-}
-
-// The same module and table with the OIS off, writing nothing and keeping no fresh root.
-RunConfig ReferenceConfig(const RunConfig& config)
-{
-    RunConfig reference           = config;
-    reference.scenario.ois.enabled = false;
-    reference.calibration.enabled  = false;
-    reference.reference            = false;
-    reference.outDir.clear();
-    reference.device.root.keep = false;
-    return reference;
-}
-
-ReferenceResult ReadReference(const RunResult& unstabilised)
-{
-    ReferenceResult reference;
-    reference.ran             = true;
-    reference.finalState      = unstabilised.finalState;
-    reference.errors          = unstabilised.events.errors;
-    reference.measured        = unstabilised.finished && unstabilised.finalState == kVerifiedState &&
-                         unstabilised.events.hasSr;
-    reference.referenceBlurPx = { unstabilised.events.horBlurPx, unstabilised.events.verBlurPx };
-    reference.referenceSrDb   = { unstabilised.horSrDb, unstabilised.verSrDb };
-    return reference;
-}
-
-} // namespace
-
-chihost::Status RunVerification(const RunConfig& config, const ProgressSink& progress, RunResult* pResult)
-{
-    ReferenceResult reference;
-    if (config.reference)
-    {
-        RunResult       unstabilised;
-        chihost::Status status = RunSession(ReferenceConfig(config), nullptr, &unstabilised);
-        if (!status)
-        {
-            return chihost::Status::Error("the OIS-off reference session could not run: " + status.Message());
-        }
-        reference = ReadReference(unstabilised);
-    }
-    chihost::Status status = RunSession(config, progress, pResult);
-    pResult->reference     = reference;
-    ReferenceResult& ref   = pResult->reference;
-    if (ref.measured && pResult->finished && pResult->finalState == kVerifiedState && pResult->events.hasSr)
-    {
-        // 10 log10(unstabilised / stabilised blur): the reference cancels out of the two SRs.
-        ref.hasGain                        = true;
-        ref.stabilisationGainDb.horizontal = pResult->horSrDb - ref.referenceSrDb.horizontal;
-        ref.stabilisationGainDb.vertical   = pResult->verSrDb - ref.referenceSrDb.vertical;
-    }
-    return status;
 }
 
 } // namespace oisverify
