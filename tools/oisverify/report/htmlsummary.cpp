@@ -39,40 +39,129 @@ std::string Cell(const std::string& text, const std::string& cls = "")
     return (cls.empty() ? "<td>" : "<td class=\"" + cls + "\">") + XmlEscape(text) + "</td>";
 }
 
-std::string SrRow(const char* pAxis, float nodeSr, float nodeBlur, bool hasTruth, float trueSr, float trueBlur,
-                  double limit)
+// One axis of the SR table; the columns follow the console's: node SR, the suppression of the
+// applied shake, true SR and difference, blur, then the applied shake and, with a measured
+// reference, the OIS-off session's SR and blur and the stabilisation gain.
+std::string SrRow(const char* pAxis, const RunConfig& config, const RunResult& result, bool yAxis)
 {
-    std::string row = "<tr>" + Cell(pAxis) + Cell(Fixed(nodeSr, " dB"), nodeSr >= limit ? "good" : "bad");
-    if (hasTruth)
+    const float  nodeSr   = yAxis ? result.verSrDb : result.horSrDb;
+    const float  nodeBlur = yAxis ? result.events.verBlurPx : result.events.horBlurPx;
+    const double limit    = config.srLimitDb;
+    std::string  row = "<tr>" + Cell(pAxis) + Cell(Fixed(nodeSr, " dB"), nodeSr >= limit ? "good" : "bad");
+    const TrueSuppression& s = result.suppression;
+    if (result.hasTruth && s.known)
+    {
+        const float suppressed = yAxis ? s.trueSuppressionDb.vertical : s.trueSuppressionDb.horizontal;
+        row += Cell(DbText(suppressed), suppressed >= limit ? "good" : "bad");
+    }
+    const float trueSr = yAxis ? result.truth.verSrDb : result.truth.horSrDb;
+    if (result.hasTruth)
     {
         char diff[32];
         snprintf(diff, sizeof(diff), "%+.2f dB", SrDifference(nodeSr, trueSr));
         row += Cell(Fixed(trueSr, " dB")) + Cell(diff);
     }
     row += Cell(Fixed(nodeBlur, " px"));
-    if (hasTruth)
+    if (result.hasTruth)
     {
-        row += Cell(Fixed(trueBlur, " px"));
+        row += Cell(Fixed(yAxis ? result.truth.verBlurPx : result.truth.horBlurPx, " px"));
+    }
+    if (result.hasTruth && s.known)
+    {
+        row += Cell(Fixed(yAxis ? s.appliedShakePx.vertical : s.appliedShakePx.horizontal, " px"));
+    }
+    const ReferenceResult& ref = result.reference;
+    if (ref.measured)
+    {
+        row += Cell(Fixed(yAxis ? ref.referenceSrDb.vertical : ref.referenceSrDb.horizontal, " dB")) +
+               Cell(Fixed(yAxis ? ref.referenceBlurPx.vertical : ref.referenceBlurPx.horizontal, " px"));
+    }
+    if (ref.hasGain)
+    {
+        row += Cell(DbText(yAxis ? ref.stabilisationGainDb.vertical : ref.stabilisationGainDb.horizontal));
     }
     return row + "</tr>\n";
+}
+
+std::string SrHeadings(const RunResult& result)
+{
+    const bool  suppression = result.hasTruth && result.suppression.known;
+    std::string html        = "<tr><th>axis</th><th>node SR</th>";
+    html += suppression ? "<th>suppression</th>" : "";
+    html += result.hasTruth ? "<th>true SR</th><th>difference</th><th>node blur</th><th>true blur</th>"
+                            : "<th>node blur</th>";
+    html += suppression ? "<th>applied shake</th>" : "";
+    html += result.reference.measured ? "<th>reference SR</th><th>reference blur</th>" : "";
+    html += result.reference.hasGain ? "<th>stabilisation</th>" : "";
+    return html + "</tr>\n";
+}
+
+// What the console prints under its table: how the suppression is taken.
+std::string SrNotes(const RunResult& result)
+{
+    char                   text[256];
+    std::string            html;
+    const TrueSuppression& s = result.suppression;
+    if (result.hasTruth && s.known)
+    {
+        snprintf(text, sizeof(text), "suppression of the applied shake (%.2f x %.2f px over the same frames): "
+                                     "10 log10(applied / true blur) + 4 dB",
+                 s.appliedShakePx.horizontal, s.appliedShakePx.vertical);
+        html += "<p class=\"suppression\">" + XmlEscape(text) + "</p>\n";
+    }
+    return html;
+}
+
+// The reference session's outcome as the console prints it: its SR and blur and the
+// stabilisation gain, or why it gave none, with the node's errors in it.
+std::string ReferenceHtml(const RunResult& result)
+{
+    char                   text[256];
+    std::string            html;
+    const ReferenceResult& ref = result.reference;
+    if (ref.measured)
+    {
+        snprintf(text, sizeof(text), "reference: OIS off, measured by the node first: blur %.2f / %.2f px, "
+                                     "SR %.2f / %.2f dB",
+                 ref.referenceBlurPx.horizontal, ref.referenceBlurPx.vertical, ref.referenceSrDb.horizontal,
+                 ref.referenceSrDb.vertical);
+        html += "<p class=\"reference\">" + XmlEscape(text) + "</p>\n";
+    }
+    if (ref.hasGain)
+    {
+        html += "<p class=\"reference\">" +
+                XmlEscape("stabilisation " + DbText(ref.stabilisationGainDb.horizontal) + " horizontal, " +
+                          DbText(ref.stabilisationGainDb.vertical) +
+                          " vertical: 10 log10(unstabilised blur / stabilised blur)") +
+                "</p>\n";
+    }
+    if (!ref.ran || ref.measured)
+    {
+        return html;
+    }
+    const std::string state =
+        (ref.finalState < 0) ? "error " + std::to_string(ref.finalState) + ": " + ErrorMeaning(ref.finalState)
+                             : "state " + std::to_string(ref.finalState);
+    html += "<p class=\"reference\">" +
+            XmlEscape("reference: the OIS-off session gave no SR (" + state + "): no stabilisation gain") + "</p>\n";
+    for (const std::string& error : ref.errors)
+    {
+        html += "<p class=\"reference\">reference error: <code>" + XmlEscape(error) + "</code></p>\n";
+    }
+    return html;
 }
 
 std::string SrTable(const RunConfig& config, const RunResult& result)
 {
     if (!result.events.hasSr)
     {
-        return "<p>The node published no SR.</p>\n";
+        return "<p>The node published no SR.</p>\n" + ReferenceHtml(result);
     }
-    const bool  truth = result.hasTruth;
-    std::string html  = "<table class=\"sr\">\n<tr><th>axis</th><th>node SR</th>";
-    html += truth ? "<th>true SR</th><th>difference</th><th>node blur</th><th>true blur</th></tr>\n"
-                  : "<th>node blur</th></tr>\n";
-    html += SrRow("horizontal", result.horSrDb, result.events.horBlurPx, truth, result.truth.horSrDb,
-                  result.truth.horBlurPx, config.srLimitDb);
-    html += SrRow("vertical", result.verSrDb, result.events.verBlurPx, truth, result.truth.verSrDb,
-                  result.truth.verBlurPx, config.srLimitDb);
+    std::string html = "<table class=\"sr\">\n" + SrHeadings(result);
+    html += SrRow("horizontal", config, result, false);
+    html += SrRow("vertical", config, result, true);
     html += "<tr>" + Cell("limit") + Cell(Fixed(config.srLimitDb, " dB")) + "</tr>\n</table>\n";
-    return html;
+    return html + SrNotes(result) + ReferenceHtml(result);
 }
 
 std::string List(const std::vector<std::string>& items, bool code)
@@ -188,6 +277,15 @@ std::string SummaryHtml(const RunConfig& config, const RunResult& result, const 
     if (verdict.reasons.size() > 1)
     {
         html += List(verdict.reasons, false);
+    }
+    if (!verdict.notes.empty())
+    {
+        html += "<h2>Notes</h2>\n" + List(verdict.notes, false);
+    }
+    const std::vector<std::string> warnings = RunWarnings(config);
+    if (!warnings.empty())
+    {
+        html += "<h2>Warnings</h2>\n" + List(warnings, false);
     }
     html += RunIdentityHtml(config, result);
     if (figures.calibrationSection.empty())

@@ -1,5 +1,6 @@
-// The run's index.html: the verdict (and a note when a signal cut the run short), the SR table
-// (node against truth), the figures and the chart picture inlined, the parameters of the session
+// The run's index.html: the verdict (and a note when a signal cut the run short), the verdict's
+// notes and the header's warnings, the SR table (node against truth, the suppression of the
+// applied shake and, with a reference session, its SR and the stabilisation gain), the figures and the chart picture inlined, the parameters of the session
 // and links to every file in the output folder. One self-contained
 // page, written as well-formed XHTML-style markup so that it also parses as XML.
 #ifndef ZELK_TOOLS_OISVERIFY_HTMLSUMMARY_H

@@ -77,30 +77,34 @@ void PrintSrRow(FILE* pOut, const char* pAxis, float nodeSr, float nodeBlur, con
             s.known ? DbText(suppressed).c_str() : "", trueSr, SrDifference(nodeSr, trueSr), nodeBlur, trueBlur);
 }
 
-// The node refers its SR to a fixed 181.248 px shake: any other shake shifts it.
-void PrintShakeWarning(FILE* pOut, const sim::ShakeConfig& shake)
+// The node refers its SR to a fixed 181.248 px shake: any other shake shifts it. Empty for the
+// reference shake.
+std::string ShakeWarning(const sim::ShakeConfig& shake)
 {
     if (IsReferenceShake(shake.amplitudeXPx) && IsReferenceShake(shake.amplitudeYPx))
     {
-        return;
+        return "";
     }
+    char         text[512];
     const double smaller = std::min(shake.amplitudeXPx, shake.amplitudeYPx);
     if (smaller <= 0.0)
     {
-        fprintf(pOut, "  warning       no shake on %s: the node's SR refers to a fixed 181.248 px shake, not to the "
-                      "shake applied, so a still chart reads as a perfect module; the tool judges the suppression "
-                      "of the applied shake too. Way out: --amplitude 181.248 (the table's shake on the crop)\n",
-                (shake.amplitudeXPx <= 0.0 && shake.amplitudeYPx <= 0.0) ? "either axis"
-                : (shake.amplitudeXPx <= 0.0)                          ? "the horizontal axis"
-                                                                         : "the vertical axis");
-        return;
+        snprintf(text, sizeof(text), "no shake on %s: the node's SR refers to a fixed 181.248 px shake, not to the "
+                                     "shake applied, so a still chart reads as a perfect module; the tool judges the "
+                                     "suppression of the applied shake too. Way out: --amplitude 181.248 (the "
+                                     "table's shake on the crop)",
+                 (shake.amplitudeXPx <= 0.0 && shake.amplitudeYPx <= 0.0) ? "either axis"
+                 : (shake.amplitudeXPx <= 0.0)                          ? "the horizontal axis"
+                                                                          : "the vertical axis");
+        return text;
     }
-    fprintf(pOut, "  warning       the shake is %.2f x %.2f px, not the node's fixed reference of 181.248 px: the "
-                  "node's SR reads 10 log10(181.248 / shake) = %+.2f / %+.2f dB off the suppression of the shake "
-                  "applied, which the tool judges too. Way out: --amplitude 181.248 (the table's shake on the "
-                  "crop)\n",
-            shake.amplitudeXPx, shake.amplitudeYPx, ReferenceBiasDb(shake.amplitudeXPx),
-            ReferenceBiasDb(shake.amplitudeYPx));
+    snprintf(text, sizeof(text), "the shake is %.2f x %.2f px, not the node's fixed reference of 181.248 px: the "
+                                 "node's SR reads 10 log10(181.248 / shake) = %+.2f / %+.2f dB off the suppression of "
+                                 "the shake applied, which the tool judges too. Way out: --amplitude 181.248 (the "
+                                 "table's shake on the crop)",
+             shake.amplitudeXPx, shake.amplitudeYPx, ReferenceBiasDb(shake.amplitudeXPx),
+             ReferenceBiasDb(shake.amplitudeYPx));
+    return text;
 }
 
 } // namespace
@@ -169,6 +173,24 @@ uint32_t ExpectedDurationMs(const AlgoParams& params)
     return static_cast<uint32_t>(periodNs * params.verdictFrames / 1000000u);
 }
 
+std::vector<std::string> RunWarnings(const RunConfig& config)
+{
+    const AlgoParams&        params = config.params;
+    std::vector<std::string> warnings;
+    if (ExpectedDurationMs(params) >= params.timeLimitMs)
+    {
+        warnings.push_back("expect error -13: " +
+                           TimeLimitRule(params.frameRateHz, params.verdictFrames, params.timeLimitMs));
+    }
+    const std::string shake = (config.source != FrameSource::Replay) ? ShakeWarning(config.scenario.shake) : "";
+    if (!shake.empty())
+    {
+        warnings.push_back(shake);
+    }
+    warnings.insert(warnings.end(), config.warnings.begin(), config.warnings.end());
+    return warnings;
+}
+
 void PrintRunHeader(FILE* pOut, const RunConfig& config)
 {
     const FrameLayout&   layout = config.layout;
@@ -195,16 +217,7 @@ void PrintRunHeader(FILE* pOut, const RunConfig& config)
     {
         fprintf(pOut, "  note          the residual shake carries the chart out of the crop: expect error -12\n");
     }
-    if (ExpectedDurationMs(params) >= params.timeLimitMs)
-    {
-        fprintf(pOut, "  warning       expect error -13: %s\n",
-                TimeLimitRule(params.frameRateHz, params.verdictFrames, params.timeLimitMs).c_str());
-    }
-    if (config.source != FrameSource::Replay)
-    {
-        PrintShakeWarning(pOut, s.shake);
-    }
-    for (const std::string& warning : config.warnings)
+    for (const std::string& warning : RunWarnings(config))
     {
         fprintf(pOut, "  warning       %s\n", warning.c_str());
     }

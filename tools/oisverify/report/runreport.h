@@ -7,6 +7,7 @@
 #include <stdio.h>
 
 #include <string>
+#include <vector>
 
 #include "session/runconfig.h"
 #include "session/runsession.h"
@@ -29,6 +30,11 @@ bool DiscsLeaveTheCrop(const RunConfig& config);
 
 // Duration the node will measure on the simulated clock: verdict frames x frame period.
 uint32_t ExpectedDurationMs(const AlgoParams& params);
+
+// What the header warns of before the run, one text each without the "warning" label: a run the
+// node's time limit will cut (-13), a shake the node's SR does not refer to, and the options'
+// own warnings. The summary page lists the same texts.
+std::vector<std::string> RunWarnings(const RunConfig& config);
 
 void PrintRunHeader(FILE* pOut, const RunConfig& config);
 
