@@ -3,6 +3,8 @@
 
 #include <string.h>
 
+#include <chrono>
+
 #include "chihost/hostclock.h"
 
 namespace chihost
@@ -69,7 +71,10 @@ RequestRecord RequestDriver::Submit(const std::vector<CHINODEBUFFERHANDLE>& inpu
     request.frameNum      = record.frameNum;
     request.inputNum      = static_cast<UINT32>(inputList.size());
     request.phInputBuffer = inputList.empty() ? nullptr : inputList.data();
+    const auto start      = std::chrono::steady_clock::now();
     record.result         = m_session.Callbacks().pProcessRequest(&request);
+    record.nodeNs         = static_cast<UINT64>(
+        std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now() - start).count());
 
     record.published = ReadPublished(record.frameNum);
     m_last           = record.published;

@@ -9,6 +9,8 @@ namespace oisverify
 int RunInfo(int argc, char** argv, int first);
 int RunRun(int argc, char** argv, int first);
 int RunPersist(int argc, char** argv, int first);
+int RunPopulation(int argc, char** argv, int first);
+int RunStats(int argc, char** argv, int first);
 
 } // namespace oisverify
 

@@ -165,10 +165,16 @@ chihost::Status SessionRunner::Open()
         ReleaseRoot();
         return status;
     }
-    m_session.SetInputProvider(m_loop        ? m_loop->Provider()
-                               : m_simulated ? m_simulated->Provider()
-                               : m_static    ? m_static->Provider()
-                                             : m_replay.Provider());
+    chihost::InputProvider provider = m_loop        ? m_loop->Provider()
+                                      : m_simulated ? m_simulated->Provider()
+                                      : m_static    ? m_static->Provider()
+                                                    : m_replay.Provider();
+    m_session.SetInputProvider([provider, this](UINT64 frameNum) {
+        const auto start = std::chrono::steady_clock::now();
+        auto       inputs = provider(frameNum);
+        m_result.timing.sourceS += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        return inputs;
+    });
     return status;
 }
 
@@ -239,6 +245,7 @@ void SessionRunner::Stream(const ProgressSink& progress)
             ? MaxCalibrationRequests(m_config.params, m_config.calibration, std::min(baseX, baseY))
             : MaxRequests(m_config.params);
     chihost::RequestRecord  record;
+    const auto              start = std::chrono::steady_clock::now();
     while (m_result.requests < maxRequests)
     {
         if (m_config.source == FrameSource::Replay && m_result.requests >= m_replay.Count())
@@ -248,6 +255,7 @@ void SessionRunner::Stream(const ProgressSink& progress)
             break;
         }
         record = m_session.Step();
+        m_result.timing.nodeS += static_cast<double>(record.nodeNs) * 1e-9;
         m_tap.Drain();
         m_result.requests++;
         m_result.finalState = record.published.state;
@@ -268,6 +276,7 @@ void SessionRunner::Stream(const ProgressSink& progress)
             break;
         }
     }
+    m_result.timing.streamS = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     if (progress)
     {
         progress(Progress(record), true);

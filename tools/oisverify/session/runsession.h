@@ -69,6 +69,15 @@ struct CalibrationArtifacts
     sim::BlurSr  finalTruth;
 };
 
+// Where the streaming time of a session went, in seconds of wall time: frames from their source
+// (rendering), the node's process-request callback, and the rest of the request loop.
+struct SessionTiming
+{
+    double sourceS = 0.0;
+    double nodeS   = 0.0;
+    double streamS = 0.0; // the whole loop, both of the above included
+};
+
 struct RunResult
 {
     std::string            nodeLibraryPath;
@@ -87,6 +96,7 @@ struct RunResult
     std::string            logText;    // the node's log
     std::vector<std::string> nodeFiles; // what the node wrote, copied into the output folder
     CalibrationArtifacts     calibration;
+    SessionTiming            timing;
 };
 
 // Runs the session. A failure to set it up (root, node library, node creation, frame folder,
