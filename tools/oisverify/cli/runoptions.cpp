@@ -10,6 +10,7 @@
 
 #include "cli/calibrationoptions.h"
 #include "cli/optionreader.h"
+#include "cli/summaryoptions.h"
 #include "sim/chart.h"
 #include "sim/simulator.h"
 
@@ -213,6 +214,10 @@ std::vector<OptionSpec> RunOptionSpecs()
     {
         specs.push_back(option);
     }
+    for (const OptionSpec& option : SummaryOptionSpecs())
+    {
+        specs.push_back(option);
+    }
     for (const OptionSpec& option : DeviceOptionSpecs())
     {
         specs.push_back(option);
@@ -262,6 +267,10 @@ bool ParseRunConfig(const Arguments& arguments, RunConfig* pConfig, std::string*
     config.echoLog   = arguments.Has("log");
     config.replayDir = arguments.Has("replay") ? AbsolutePath(arguments.Value("replay")) : "";
     config.outDir    = AbsolutePath(arguments.Value("out", "oisverify-out"));
+    if (!ReadSummaryOptions(arguments, &config, pError))
+    {
+        return false;
+    }
     *pConfig         = config;
     return true;
 }

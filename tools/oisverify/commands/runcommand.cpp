@@ -8,6 +8,7 @@
 // a usage error.
 #include <stdio.h>
 #include <stdlib.h>
+#include <time.h>
 #include <unistd.h>
 
 #include "report/calibrationreport.h"
@@ -16,6 +17,7 @@
 #include "cli/runoptions.h"
 #include "report/runoutput.h"
 #include "report/runreport.h"
+#include "report/runsummary.h"
 #include "session/runsession.h"
 
 namespace oisverify
@@ -48,6 +50,29 @@ int UsageError(const std::string& message)
     return 2;
 }
 
+// Writes the summary document when --json asked for one; false after saying why it could not.
+bool WriteSummary(const RunConfig& config, const RunSummary& summary)
+{
+    if (config.summary.jsonPath.empty())
+    {
+        return true;
+    }
+    const chihost::Status status = WriteRunSummary(config.summary.jsonPath, summary);
+    if (!status)
+    {
+        fprintf(stderr, "oisverify run: %s\n", status.Message().c_str());
+    }
+    return static_cast<bool>(status);
+}
+
+// The run could not be completed after all: its measurement stays, its verdict does not count.
+void MarkError(RunSummary* pSummary, const std::string& reason)
+{
+    pSummary->verdict = kVerdictError;
+    pSummary->reason  = reason;
+    pSummary->reasons = { reason };
+}
+
 } // namespace
 
 int RunRun(int argc, char** argv, int first)
@@ -66,44 +91,61 @@ int RunRun(int argc, char** argv, int first)
         return UsageError(error);
     }
 
-    PrintRunHeader(stdout, config);
+    // With the summary on stdout, stdout holds nothing else: the text goes to stderr.
+    const time_t started = time(nullptr);
+    FILE*        pText   = (config.summary.jsonPath == "-") ? stderr : stdout;
+    PrintRunHeader(pText, config);
     if (config.calibration.enabled)
     {
-        PrintCalibrationHeader(stdout, config);
+        PrintCalibrationHeader(pText, config);
     }
     // On a terminal the progress line is rewritten in place, unless the node's log is echoed too.
-    const bool      terminal = isatty(fileno(stdout)) != 0;
+    const bool      terminal = isatty(fileno(pText)) != 0;
     const bool      colour   = terminal && getenv("NO_COLOR") == nullptr;
-    ProgressPrinter printer(stdout, terminal && !config.echoLog, config.progressEvery);
+    ProgressPrinter printer(pText, terminal && !config.echoLog, config.progressEvery);
     RunResult       result;
     chihost::Status status =
         RunVerification(config, [&printer](const ProgressInfo& info, bool last) { printer(info, last); }, &result);
     if (!status)
     {
         fprintf(stderr, "oisverify run: %s\n", status.Message().c_str());
+        WriteSummary(config, SummariseError(config, result, status.Message(), started));
         return 1;
     }
     std::vector<std::string> written;
     Verdict                  verdict;
+    RunSummary               summary;
     if (config.calibration.enabled)
     {
         const CalibrationOutcome outcome = ReadCalibrationOutcome(config, result);
         verdict                          = DecideCalibrationVerdict(config, result, outcome);
-        PrintCalibrationReport(stdout, config, result, outcome, verdict, colour);
-        status = WriteRunOutputs(config, result, verdict, &written, &outcome);
+        PrintCalibrationReport(pText, config, result, outcome, verdict, colour);
+        status  = WriteRunOutputs(config, result, verdict, &written, &outcome);
+        summary = SummariseRun(config, result, verdict, &outcome, started);
     }
     else
     {
         verdict = DecideVerdict(MakeVerdictInput(config, result));
-        PrintVerdict(stdout, config, result, verdict, colour);
-        status = WriteRunOutputs(config, result, verdict, &written);
+        PrintVerdict(pText, config, result, verdict, colour);
+        status  = WriteRunOutputs(config, result, verdict, &written);
+        summary = SummariseRun(config, result, verdict, nullptr, started);
     }
     if (!status)
     {
         fprintf(stderr, "oisverify run: %s\n", status.Message().c_str());
+        MarkError(&summary, status.Message());
+        WriteSummary(config, summary);
         return 1;
     }
-    PrintOutputFiles(stdout, config, result, written);
+    PrintOutputFiles(pText, config, result, written);
+    if (!WriteSummary(config, summary))
+    {
+        return 1;
+    }
+    if (config.summary.jsonPath != "-" && !config.summary.jsonPath.empty())
+    {
+        fprintf(pText, "Summary in %s\n", config.summary.jsonPath.c_str());
+    }
     return verdict.pass ? 0 : 1;
 }
 

@@ -90,6 +90,14 @@ struct CalibrationConfig
     uint32_t    socketWaitMs = 10000; // while another process holds the socket name
 };
 
+// What identifies a run in its summary document (run --json), and where the document goes.
+struct SummaryTarget
+{
+    std::string jsonPath; // absolute, "-" for stdout, empty for no document
+    std::string moduleId; // --module-id, else the module's fuse ID, else empty
+    std::string station;  // --station, else the host name
+};
+
 struct RunConfig
 {
     DeviceRequest device;       // build.prop already holds the composed properties
@@ -105,6 +113,7 @@ struct RunConfig
     std::string   outDir;        // absolute; empty writes nothing
     uint32_t      progressEvery = 30;
     CalibrationConfig calibration; // enabled only with --calibrate
+    SummaryTarget     summary;
 };
 
 // Fills the scenario's sensor and shake from layout and params, leaving module and noise as set.
