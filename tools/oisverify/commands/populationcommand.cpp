@@ -22,6 +22,7 @@
 #include "population/modulerun.h"
 #include "population/populationoptions.h"
 #include "population/workerpool.h"
+#include "yield/summaryrecord.h"
 #include "yield/yieldpage.h"
 
 namespace oisverify
@@ -226,11 +227,11 @@ bool OpenJournal(const PopulationConfig& config, const Arguments& arguments, std
     std::filesystem::create_directories(config.outDir, error);
     if (config.resume)
     {
-        size_t dropped = 0;
-        *pDone         = ReadJournal(journalPath, &dropped);
+        const JournalLines journal = ReadJournalLines(journalPath);
+        *pDone                     = journal.records;
         printf("resuming %s: %zu modules done", config.outDir.c_str(), pDone->size());
-        printf(dropped != 0 ? ", %zu line(s) cut short dropped\n" : "\n", dropped);
-        return RewriteJournal(journalPath, *pDone) || (*pError = "cannot rewrite " + journalPath, false);
+        printf(journal.dropped != 0 ? ", %zu line(s) cut short dropped\n" : "\n", journal.dropped);
+        return RewriteJournal(journalPath, journal.lines) || (*pError = "cannot rewrite " + journalPath, false);
     }
     if (std::filesystem::exists(journalPath, error))
     {
@@ -325,10 +326,19 @@ int RunJobs(PopulationConfig& config, std::vector<ModuleRecord> done)
     const uint32_t     waitMs = config.serviceWaitMs;
     std::vector<ModuleRecord> fresh;
     PoolOptions options{ config.workers, config.namespaces };
+    const auto  runner = [&node, waitMs](const PoolJob& job) {
+        ModuleTiming     timing;
+        const RunSummary summary = RunModule(job.module, job.setting, node, waitMs, &timing);
+        return SummaryLine(summary, timing);
+    };
     const PoolSummary summary = RunPool(
-        jobs, options, [&node, waitMs](const PoolJob& job) { return RunModule(job.module, job.setting, node, waitMs); },
-        [&](size_t, const ModuleRecord& record) {
-            AppendJournal(pJournal, record);
+        jobs, options, runner,
+        [&](size_t, const ModuleRecord& record, const std::string& line) {
+            // A worker that gave no summary is not journaled: a resumed run tries the module again.
+            if (!line.empty())
+            {
+                AppendJournal(pJournal, line);
+            }
             progress.Record(record.passAfter);
             fresh.push_back(record);
         },
@@ -372,9 +382,8 @@ int RunJobs(PopulationConfig& config, std::vector<ModuleRecord> done)
     {
         return 130;
     }
-    const bool allRan = std::none_of(records.begin(), records.end(), [](const ModuleRecord& record) {
-        return record.reason.rfind("the session could not run", 0) == 0 || record.reason.rfind("the worker", 0) == 0;
-    });
+    const bool allRan =
+        std::none_of(records.begin(), records.end(), [](const ModuleRecord& record) { return record.runError; });
     return allRan ? 0 : 1;
 }
 

@@ -5,7 +5,7 @@
 
 #include <fstream>
 
-#include "yield/recordio.h"
+#include "yield/summaryrecord.h"
 
 namespace oisverify
 {
@@ -18,28 +18,28 @@ std::string JobKey(const std::string& moduleId, const std::string& setting)
     return moduleId + "|" + setting;
 }
 
-std::vector<ModuleRecord> ReadJournal(const std::string& path, size_t* pDropped)
+JournalLines ReadJournalLines(const std::string& path)
 {
-    std::vector<ModuleRecord> records;
-    std::ifstream             in(path, std::ios::binary);
-    std::string               line;
-    *pDropped = 0;
+    JournalLines  journal;
+    std::ifstream in(path, std::ios::binary);
+    std::string   line, reason;
     while (std::getline(in, line))
     {
         ModuleRecord record;
-        if (RecordFromJsonLine(line, &record))
+        if (RecordFromSummaryText(line, &record, &reason))
         {
-            records.push_back(record);
+            journal.lines.push_back(line);
+            journal.records.push_back(record);
         }
         else if (!line.empty())
         {
-            (*pDropped)++;
+            journal.dropped++;
         }
     }
-    return records;
+    return journal;
 }
 
-bool RewriteJournal(const std::string& path, const std::vector<ModuleRecord>& records)
+bool RewriteJournal(const std::string& path, const std::vector<std::string>& lines)
 {
     const std::string temporary = path + ".tmp";
     FILE*             pFile     = fopen(temporary.c_str(), "wb");
@@ -48,18 +48,18 @@ bool RewriteJournal(const std::string& path, const std::vector<ModuleRecord>& re
         return false;
     }
     bool ok = true;
-    for (const ModuleRecord& record : records)
+    for (const std::string& line : lines)
     {
-        ok = ok && AppendJournal(pFile, record);
+        ok = ok && AppendJournal(pFile, line);
     }
     ok = (fclose(pFile) == 0) && ok;
     return ok && rename(temporary.c_str(), path.c_str()) == 0;
 }
 
-bool AppendJournal(FILE* pFile, const ModuleRecord& record)
+bool AppendJournal(FILE* pFile, const std::string& line)
 {
-    const std::string line = RecordToJsonLine(record) + "\n";
-    return fwrite(line.data(), 1, line.size(), pFile) == line.size() && fflush(pFile) == 0;
+    const std::string text = line + "\n";
+    return fwrite(text.data(), 1, text.size(), pFile) == text.size() && fflush(pFile) == 0;
 }
 
 bool SaveArguments(const std::string& path, const std::vector<std::string>& words)

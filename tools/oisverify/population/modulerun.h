@@ -1,31 +1,31 @@
 // One module of a population run in this process: its configuration parsed from the words of the
-// equivalent "oisverify run", the same session and verdicts as that command, and the outcome
-// folded into a module record. The emulated phone's properties and working directory are
-// process-wide, so a caller runs each module in a process of its own (the worker pool forks one).
+// equivalent "oisverify run", the same session, verdicts and summary document as that command
+// with --json. The emulated phone's properties and working directory are process-wide, so a
+// caller runs each module in a process of its own (the worker pool forks one).
 #ifndef ZELK_TOOLS_OISVERIFY_MODULERUN_H
 #define ZELK_TOOLS_OISVERIFY_MODULERUN_H
+
+#include <stdint.h>
 
 #include <string>
 
 #include "population/populationspec.h"
+#include "report/runsummary.h"
 #include "session/runconfig.h"
-#include "session/runsession.h"
-#include "yield/modulerecord.h"
+#include "yield/summaryrecord.h"
 
 namespace oisverify
 {
 
-// The run configuration of a module under a setting; writes nothing, prints no progress.
+// The run configuration of a module under a setting; writes nothing, prints no progress, and the
+// summary names the module.
 bool ModuleRunConfig(const ModuleSpec& module, const TestSetting& setting, const std::string& nodeLibrary,
                      uint32_t serviceWaitMs, RunConfig* pConfig, std::string* pError);
 
-// The record of a finished session: verdicts before and after calibration as "run" decides them.
-ModuleRecord RecordFromRun(const RunConfig& config, const RunResult& result, const ModuleSpec& module,
-                           const TestSetting& setting);
-
-// Configures and runs the module; a session that cannot run gives a failed record with the reason.
-ModuleRecord RunModule(const ModuleSpec& module, const TestSetting& setting, const std::string& nodeLibrary,
-                       uint32_t serviceWaitMs);
+// Configures and runs the module: its summary (verdict ERROR when the session could not run) and
+// where the time went.
+RunSummary RunModule(const ModuleSpec& module, const TestSetting& setting, const std::string& nodeLibrary,
+                     uint32_t serviceWaitMs, ModuleTiming* pTiming);
 
 } // namespace oisverify
 

@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "cli/optionreader.h"
+#include "yield/summaryrecord.h"
 
 namespace oisverify
 {
@@ -265,7 +266,7 @@ bool ReadModulesCsv(const std::string& text, const PopulationSpec& nominal, std:
 
 std::string TestSetting::Label() const
 {
-    return calibrate ? Format(stepFraction) + "," + Format(limitFraction) : "";
+    return calibrate ? SearchLabel(stepFraction, limitFraction) : "";
 }
 
 std::vector<std::string> ModuleRunWords(const ModuleSpec& module, const TestSetting& setting)

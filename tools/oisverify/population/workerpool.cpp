@@ -3,6 +3,7 @@
 
 #include <errno.h>
 #include <poll.h>
+#include <stdio.h>
 #include <sched.h>
 #include <string.h>
 #include <sys/types.h>
@@ -11,7 +12,7 @@
 
 #include <chrono>
 
-#include "yield/recordio.h"
+#include "yield/summaryrecord.h"
 
 namespace oisverify
 {
@@ -35,17 +36,13 @@ struct Worker
 [[noreturn]] void WorkerMain(const PoolJob& job, bool isolate, const JobRunner& runner, int fd)
 {
     setpgid(0, 0);
-    ModuleRecord record;
     if (isolate && unshare(CLONE_NEWNET) != 0)
     {
-        record.id     = job.module.id;
-        record.reason = std::string("cannot enter a network namespace of its own: ") + strerror(errno);
+        fprintf(stderr, "oisverify population: worker for %s: cannot enter a network namespace of its own: %s\n",
+                job.module.id.c_str(), strerror(errno));
+        _exit(3);
     }
-    else
-    {
-        record = runner(job);
-    }
-    const std::string line = RecordToJsonLine(record) + "\n";
+    const std::string line = runner(job) + "\n";
     size_t            sent = 0;
     while (sent < line.size())
     {
@@ -103,7 +100,7 @@ bool Launch(const std::vector<PoolJob>& jobs, size_t index, bool isolate, const 
 }
 
 // Collects a finished worker: its line, or a failed record with how it ended.
-ModuleRecord Reap(const std::vector<PoolJob>& jobs, Worker& worker)
+ModuleRecord Reap(const std::vector<PoolJob>& jobs, Worker& worker, std::string* pLine)
 {
     close(worker.fd);
     int status = 0;
@@ -111,9 +108,11 @@ ModuleRecord Reap(const std::vector<PoolJob>& jobs, Worker& worker)
     {
     }
     ModuleRecord record;
-    const std::string line = worker.output.substr(0, worker.output.find('\n'));
-    if (!RecordFromJsonLine(line, &record))
+    std::string  why;
+    *pLine = worker.output.substr(0, worker.output.find('\n'));
+    if (!RecordFromSummaryText(*pLine, &record, &why))
     {
+        pLine->clear();
         const ModuleSpec& module = jobs[worker.job].module;
         record                   = ModuleRecord();
         record.id                = module.id;
@@ -125,6 +124,7 @@ ModuleRecord Reap(const std::vector<PoolJob>& jobs, Worker& worker)
         record.hasIdeal          = true;
         record.idealX            = module.idealX;
         record.idealY            = module.idealY;
+        record.runError          = true;
         record.reason            = DescribeExit(status);
     }
     return record;
@@ -245,11 +245,12 @@ PoolSummary RunPool(const std::vector<PoolJob>& jobs, const PoolOptions& options
         std::vector<size_t> closed = PollWorkers(running);
         for (auto it = closed.rbegin(); it != closed.rend(); ++it)
         {
-            const ModuleRecord record = Reap(jobs, running[*it]);
+            std::string        line;
+            const ModuleRecord record = Reap(jobs, running[*it], &line);
             const size_t       job    = running[*it].job;
             running.erase(running.begin() + static_cast<std::ptrdiff_t>(*it));
             summary.finished++;
-            sink(job, record);
+            sink(job, record, line);
         }
     }
     summary.interrupted = running.size();

@@ -29,10 +29,11 @@ struct PoolJob
     TestSetting setting;
 };
 
-// Runs in the worker process.
-using JobRunner = std::function<ModuleRecord(const PoolJob& job)>;
-// Called in the parent for every finished job, in the order jobs finish.
-using RecordSink = std::function<void(size_t jobIndex, const ModuleRecord& record)>;
+// Runs in the worker process: the job's result as one line (a summary document).
+using JobRunner = std::function<std::string(const PoolJob& job)>;
+// Called in the parent for every finished job, in the order jobs finish, with the worker's line;
+// the line is empty when the worker gave none (the record then says how it ended).
+using RecordSink = std::function<void(size_t jobIndex, const ModuleRecord& record, const std::string& line)>;
 // Called in the parent about once a second and after every job: jobs finished, jobs running.
 using PoolProgress = std::function<void(size_t finished, size_t running)>;
 

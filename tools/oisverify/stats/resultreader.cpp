@@ -18,7 +18,7 @@
 #include "oiscalibrationfile.h"
 #include "report/persistrecords.h"
 #include "verdict/verdict.h"
-#include "yield/recordio.h"
+#include "yield/summaryrecord.h"
 
 namespace oisverify
 {
@@ -182,12 +182,13 @@ void Collector::ReadJson(const std::string& path, const std::string& text)
     const bool nodeReport = cJSON_GetObjectItemCaseSensitive(pRoot, "Result") != nullptr;
     cJSON_Delete(pRoot);
     ModuleRecord record;
-    std::string  reason = "a JSON object, but neither the node's report nor a module summary";
+    std::string  reason;
+    std::string  why;
     const bool   ok     = nodeReport ? RecordFromNodeReport(text, ModuleIdOfPath(path), m_limitDb, &record, &reason)
-                                     : RecordFromJsonLine(text, &record);
+                                     : RecordFromSummaryText(text, &record, &why);
     if (!ok)
     {
-        Skip(path, reason);
+        Skip(path, nodeReport ? reason : "neither the node's report nor a run summary: " + why);
         return;
     }
     Add(record, path);
@@ -200,13 +201,14 @@ void Collector::ReadJsonLines(const std::string& path, const std::string& text)
     for (size_t number = 1; std::getline(in, line); number++)
     {
         ModuleRecord record;
+        std::string  why;
         if (line.find_first_not_of(" \t\r") == std::string::npos)
         {
             continue;
         }
-        if (!RecordFromJsonLine(line, &record))
+        if (!RecordFromSummaryText(line, &record, &why))
         {
-            Skip(path + ":" + std::to_string(number), "not a module summary, or cut short");
+            Skip(path + ":" + std::to_string(number), "not a run summary (" + why + ")");
             continue;
         }
         Add(record, path);

@@ -19,6 +19,7 @@ struct ModuleRecord
     std::string setting; // the search setting it ran under ("STEP,LIMIT"), empty for none
     std::string source;  // where the record came from ("population", "oisVerify.json", ...)
 
+    bool    runError = false; // the run could not be completed: says nothing about the module
     bool    finished = false; // the node reached a final state
     int32_t state    = 0;     // the last state the node published
     double  limitDb  = 18.0;

@@ -1,6 +1,4 @@
-// Module records as text: one JSON object per line (the population's journal and its per-module
-// output; read back by --resume and by "oisverify stats") and a CSV table with one row per module.
-// Numbers are written with fixed precision so that the same run gives the same bytes.
+// Module records as a CSV table, one row per module, numbers with fixed precision.
 #ifndef ZELK_TOOLS_OISVERIFY_RECORDIO_H
 #define ZELK_TOOLS_OISVERIFY_RECORDIO_H
 
@@ -11,13 +9,6 @@
 
 namespace oisverify
 {
-
-// One line, without the newline; fields a record does not have are left out.
-std::string RecordToJsonLine(const ModuleRecord& record);
-
-// Reads a line RecordToJsonLine wrote; false for anything that is not such an object (a line cut
-// short by an interrupted write included).
-bool RecordFromJsonLine(const std::string& line, ModuleRecord* pRecord);
 
 std::string RecordCsvHeader();
 std::string RecordToCsvRow(const ModuleRecord& record);

@@ -156,6 +156,10 @@ Histogram AutoHistogram(const std::vector<double>& values, double limit, double 
 
 std::string FailureGroup(const ModuleRecord& record, bool after)
 {
+    if (record.runError)
+    {
+        return "the run could not be completed";
+    }
     if (!record.finished)
     {
         return "no final state";
