@@ -20,6 +20,9 @@ const char* const kModuleCsvColumns =
 namespace
 {
 
+// Step 0.001 over a range of 1.8 at most: the node never tries more targets.
+constexpr int32_t kMaxSearchTargets = 2000;
+
 // splitmix64: a full-period 64-bit generator whose state is the module's own stream.
 class Random
 {
@@ -299,11 +302,26 @@ std::vector<std::string> ModuleRunWords(const ModuleSpec& module, const TestSett
 
 double NearestSearchTarget(double base, double stepFraction, double limitFraction, double ideal)
 {
-    const double lowest  = base * (1.0 - limitFraction);
-    const double step    = base * stepFraction;
-    const double targets = floor(2.0 * limitFraction / stepFraction + 1e-9);
-    const double n       = std::min(std::max(floor((ideal - lowest) / step + 0.5), 0.0), targets);
-    return lowest + n * step;
+    // The node's arithmetic: target n = (base x step) x n + base x (1 - limit) in single
+    // precision, tried while it does not exceed base x (1 + limit).
+    const float baseF  = static_cast<float>(base);
+    const float stepF  = static_cast<float>(stepFraction);
+    const float limitF = static_cast<float>(limitFraction);
+    const float upper  = baseF * (1.0f + limitF);
+    double      nearest = static_cast<double>(baseF * (1.0f - limitF));
+    for (int32_t n = 0; n < kMaxSearchTargets; n++)
+    {
+        const float target = (baseF * stepF) * static_cast<float>(n) + baseF * (1.0f - limitF);
+        if (target > upper)
+        {
+            break;
+        }
+        if (fabs(static_cast<double>(target) - ideal) < fabs(nearest - ideal))
+        {
+            nearest = static_cast<double>(target);
+        }
+    }
+    return nearest;
 }
 
 } // namespace oisverify

@@ -81,8 +81,8 @@ struct TestSetting
 // The words of the equivalent "oisverify run".
 std::vector<std::string> ModuleRunWords(const ModuleSpec& module, const TestSetting& setting);
 
-// The search target nearest the ideal gain: targets are base x (1 - limit) + n x base x step up
-// to base x (1 + limit), as the node steps them.
+// The search target nearest the ideal gain (the lower of two equally near): targets are
+// base x (1 - limit) + n x base x step up to base x (1 + limit), computed as the node does.
 double NearestSearchTarget(double base, double stepFraction, double limitFraction, double ideal);
 
 } // namespace oisverify
