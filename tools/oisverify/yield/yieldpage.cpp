@@ -161,7 +161,7 @@ std::string YieldPageHtml(const std::string& title, const std::vector<ModuleReco
     {
         settings.push_back(ComputeYield(RecordsOfSetting(records, setting), setting));
     }
-    std::string html = "<!DOCTYPE html>\n<html><head><meta charset=\"utf-8\"><title>" + XmlEscape(title) +
+    std::string html = "<!DOCTYPE html>\n<html><head><meta charset=\"utf-8\"/><title>" + XmlEscape(title) +
                        "</title><style>" + kStyle + "</style></head><body>\n<h1>" + XmlEscape(title) + "</h1>\n";
     if (!notes.empty())
     {
