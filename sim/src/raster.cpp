@@ -167,6 +167,47 @@ void AddDiscCoverage(CoverageMap& map, double centreX, double centreY, double ra
     }
 }
 
+void AddDiscRowCoverage(CoverageMap& map, double centreX, double centreY, double radius, int row,
+                        double weight)
+{
+    if (radius <= 0.0 || row < map.originY || row >= map.originY + map.height ||
+        std::fabs(row - centreY) >= radius + 0.5)
+    {
+        return;
+    }
+    AddRow(map, DiscArea(radius), centreX, centreY, radius, row, static_cast<float>(weight));
+}
+
+double DiscBandArea(double centreY, double radius, int row)
+{
+    if (radius <= 0.0)
+    {
+        return 0.0;
+    }
+    const DiscArea area(radius);
+    const double   lo = area.Clamp(row - 0.5 - centreY);
+    const double   hi = area.Clamp(row + 0.5 - centreY);
+    // The disc's width at t is 2 s(t), whose primitive is 2 S(t).
+    return 2.0 * (area.S(hi) - area.S(lo));
+}
+
+double DiscBandMomentY(double centreY, double radius, int row)
+{
+    if (radius <= 0.0)
+    {
+        return 0.0;
+    }
+    // The integral of t 2 sqrt(r^2 - t^2) is -2/3 (r^2 - t^2)^(3/2).
+    const auto primitive = [radius](double t)
+    {
+        const double c = std::max(0.0, radius * radius - t * t);
+        return -2.0 / 3.0 * c * std::sqrt(c);
+    };
+    const double lo = std::clamp(row - 0.5 - centreY, -radius, radius);
+    const double hi = std::clamp(row + 0.5 - centreY, -radius, radius);
+    return primitive(hi) - primitive(lo);
+}
+
 int GaussianMarginPx(double sigmaPx)
 {
     return sigmaPx < kMinBlurSigmaPx ? 0 : static_cast<int>(std::ceil(kGaussianSpanSig * sigmaPx));

@@ -51,6 +51,10 @@ Scenario Sanitised(Scenario s)
         sensor.frameRateHz = kDefaultFpsHz;
     }
     sensor.exposureS  = std::max(0.0, sensor.exposureS);
+    // A readout longer than the frame period cannot run at that frame rate.
+    sensor.readoutS = std::isfinite(sensor.readoutS)
+                          ? std::clamp(sensor.readoutS, 0.0, 1.0 / sensor.frameRateHz)
+                          : 0.0;
     sensor.noiseStdDn = std::max(0.0, sensor.noiseStdDn);
     sensor.cropSidePx = ResolveCropSide(sensor);
     if (s.chart.discs.empty())
@@ -69,12 +73,19 @@ Scenario Sanitised(Scenario s)
         *size = std::clamp(*size, -limitPx, limitPx);
     }
     s.optics.defocusSigmaPx = std::clamp(s.optics.defocusSigmaPx, 0.0, limitPx / kMaxSizeInFrames);
+    OisModuleConfig& ois    = s.ois;
+    if (!(ois.servoBandwidthHz >= 0.0) || !(ois.servoDampingRatio > 0.0))
+    {
+        ois.servoBandwidthHz = 0.0; // an ideal servo stands in
+    }
+    ois.strokeLimitPx = ois.strokeLimitPx >= 0.0 ? ois.strokeLimitPx : 0.0;
     return s;
 }
 
 // Discs with one radius whose offsets differ by whole pixels look the same on the pixel grid:
-// rasterise the first, place the others as shifted copies.
-std::vector<size_t> GroupAnchors(const Chart& chart)
+// rasterise the first, place the others as shifted copies. Under a rolling shutter only discs on
+// the same rows are exposed at the same times.
+std::vector<size_t> GroupAnchors(const Chart& chart, bool rolling)
 {
     std::vector<size_t> anchorOf(chart.discs.size());
     for (size_t d = 0; d < chart.discs.size(); ++d)
@@ -88,7 +99,7 @@ std::vector<size_t> GroupAnchors(const Chart& chart)
             const double     sy = dd.offsetYPx - da.offsetYPx;
             if (anchorOf[a] == a && da.radiusPx == dd.radiusPx &&
                 std::fabs(sx - std::round(sx)) < kSamePhaseTolPx &&
-                std::fabs(sy - std::round(sy)) < kSamePhaseTolPx)
+                std::fabs(sy - std::round(sy)) < kSamePhaseTolPx && !(rolling && sy != 0.0))
             {
                 anchorOf[d] = a;
                 break;
@@ -146,6 +157,15 @@ std::string ValidateScenario(const Scenario& s)
     {
         return "crop larger than the frame";
     }
+    if (!(sensor.readoutS >= 0.0) || sensor.readoutS > 1.0 / sensor.frameRateHz)
+    {
+        return "rolling-shutter readout negative or longer than the frame period";
+    }
+    if (!(s.ois.servoBandwidthHz >= 0.0) || !(s.ois.servoDampingRatio > 0.0) ||
+        !(s.ois.strokeLimitPx >= 0.0))
+    {
+        return "servo bandwidth, damping ratio or stroke limit out of range";
+    }
     for (const ChartDisc& disc : s.chart.discs)
     {
         if (!(disc.radiusPx > 0.0))
@@ -167,6 +187,8 @@ Simulator::Simulator(const Scenario& scenario)
     m_chartRestPx              = {m_cropOrigin.x + centre + m_scenario.optics.chartOffsetXPx,
                                   m_cropOrigin.y + centre + m_scenario.optics.chartOffsetYPx};
     m_gainChanges.push_back({0, m_scenario.ois.gainX, m_scenario.ois.gainY});
+    m_lineS  = sensor.readoutS / sensor.heightPx;
+    m_canvas = std::make_shared<const detail::Canvas>(Look(), sensor.widthPx, sensor.heightPx);
 }
 
 int64_t Simulator::FrameTimestampNs(uint32_t index) const
@@ -207,41 +229,55 @@ Simulator::GainChange Simulator::GainsAt(uint32_t index) const
     return current;
 }
 
-std::vector<Point> Simulator::ExposurePath(uint32_t index) const
+Simulator::FrameClock Simulator::Clock(uint32_t index) const
 {
-    const SensorConfig& sensor  = m_scenario.sensor;
-    const OpticsConfig& optics  = m_scenario.optics;
-    const double        startS  = static_cast<double>(index) / sensor.frameRateHz;
-    const GainChange    gains   = GainsAt(index);
-    const Point         floorPx = m_motion.FloorPx(index);
-    // u runs over the exposure from 0 to 1; the extra linear smear is centred on it.
-    auto at = [&](double u)
-    {
-        const Point r =
-            m_motion.ResidualPx(startS + u * sensor.exposureS, gains.gainX, gains.gainY);
-        return Point{m_chartRestPx.x + r.x + floorPx.x + optics.motionBlurXPx * (u - 0.5),
-                     m_chartRestPx.y + r.y + floorPx.y + optics.motionBlurYPx * (u - 0.5)};
-    };
+    return {static_cast<double>(index) / m_scenario.sensor.frameRateHz, GainsAt(index),
+            m_motion.FloorPx(index)};
+}
+
+// u runs over the exposure from 0 to 1; the extra linear smear is centred on it.
+Point Simulator::ChartAt(const FrameClock& clock, double delayS, double u) const
+{
+    const OpticsConfig& optics = m_scenario.optics;
+    const Point         r      = m_motion.ResidualPx(
+        clock.startS + delayS + u * m_scenario.sensor.exposureS, clock.gains.gainX,
+        clock.gains.gainY);
+    return {m_chartRestPx.x + r.x + clock.floorPx.x + optics.motionBlurXPx * (u - 0.5),
+            m_chartRestPx.y + r.y + clock.floorPx.y + optics.motionBlurYPx * (u - 0.5)};
+}
+
+int Simulator::SubSteps(const FrameClock& clock, double delayS) const
+{
     double length = 0.0;
-    Point  prev   = at(0.0);
+    Point  prev   = ChartAt(clock, delayS, 0.0);
     for (int s = 1; s <= kPathProbeSteps; ++s)
     {
-        const Point p = at(static_cast<double>(s) / kPathProbeSteps);
+        const Point p = ChartAt(clock, delayS, static_cast<double>(s) / kPathProbeSteps);
         length += std::hypot(p.x - prev.x, p.y - prev.y);
         prev = p;
     }
-    const int steps = static_cast<int>(
+    return static_cast<int>(
         std::clamp(std::ceil(length / kSubStepPx), 1.0, static_cast<double>(kMaxSubSteps)));
+}
+
+std::vector<Point> Simulator::ExposurePath(uint32_t index) const
+{
+    const FrameClock   clock = Clock(index);
+    const int          steps = SubSteps(clock, 0.0);
     std::vector<Point> path(steps);
     for (int k = 0; k < steps; ++k)
     {
-        path[k] = at((k + 0.5) / steps);
+        path[k] = ChartAt(clock, 0.0, (k + 0.5) / steps);
     }
     return path;
 }
 
 FrameTruth Simulator::Truth(uint32_t index) const
 {
+    if (Rolling())
+    {
+        return RollingTruth(index);
+    }
     const std::vector<Point> path = ExposurePath(index);
     Point                    mean;
     for (const Point& p : path)
@@ -275,7 +311,7 @@ BlurSr Simulator::TrueBlurSr(uint32_t firstFrame, uint32_t count) const
     return ComputeBlurSr(window);
 }
 
-void Simulator::RenderLuma(uint32_t index, uint8_t* luma, int stride) const
+void Simulator::RenderLuma(uint32_t index, uint8_t* luma, int stride, RenderPath renderPath) const
 {
     const SensorConfig& sensor = m_scenario.sensor;
     const Chart&        chart  = m_scenario.chart;
@@ -283,14 +319,19 @@ void Simulator::RenderLuma(uint32_t index, uint8_t* luma, int stride) const
     {
         return;
     }
-    const std::vector<Point>            path     = ExposurePath(index);
-    const std::vector<size_t>           anchorOf = GroupAnchors(chart);
+    const FrameClock                    clock    = Clock(index);
+    const std::vector<Point>            path     = Rolling() ? std::vector<Point>{} : ExposurePath(index);
+    const std::vector<size_t>           anchorOf = GroupAnchors(chart, Rolling());
     std::vector<detail::CoverageMap>    maps(chart.discs.size());
     std::vector<detail::PlacedCoverage> placed;
     for (size_t d = 0; d < chart.discs.size(); ++d)
     {
         const size_t a = anchorOf[d];
-        if (a == d)
+        if (a == d && Rolling())
+        {
+            RasteriseRolling(clock, chart.discs[d], maps[d]);
+        }
+        else if (a == d)
         {
             RasteriseDisc(chart.discs[d], path, m_scenario.optics.defocusSigmaPx, maps[d]);
         }
@@ -300,17 +341,23 @@ void Simulator::RenderLuma(uint32_t index, uint8_t* luma, int stride) const
             static_cast<int>(std::lround(chart.discs[d].offsetYPx - chart.discs[a].offsetYPx));
         placed.push_back({&maps[a], shiftX, shiftY});
     }
-    detail::ComposeLuma(Look(index), placed, luma, sensor.widthPx, sensor.heightPx, stride);
+    if (renderPath == RenderPath::Full)
+    {
+        detail::ComposeLumaFull(*m_canvas, index, placed, luma, sensor.heightPx, stride);
+    }
+    else
+    {
+        detail::ComposeLumaCached(*m_canvas, index, placed, luma, sensor.heightPx, stride);
+    }
 }
 
-detail::LumaLook Simulator::Look(uint32_t index) const
+detail::LumaLook Simulator::Look() const
 {
     detail::LumaLook look;
     look.paperDn    = m_scenario.chart.paperDn;
     look.inkDn      = m_scenario.chart.inkDn;
     look.noiseStdDn = m_scenario.sensor.noiseStdDn;
     look.seed       = m_scenario.sensor.seed;
-    look.frameIndex = index;
     // The optical axis is the crop centre, and the corner gain is reached at the crop's
     // corners, half a diagonal away.
     look.lightCentreX         = m_cropOrigin.x + 0.5 * (m_cropSide - 1);
@@ -328,16 +375,24 @@ bool Simulator::RenderNv12(uint32_t index, uint8_t* buffer, size_t bufferSize) c
     {
         return false;
     }
-    std::memset(buffer, 0, needed);
     RenderLuma(index, buffer, sensor.strideBytes);
+    // Padding is zero: the tail of each row, the rows below the image in each plane.
+    const size_t stride = static_cast<size_t>(sensor.strideBytes);
+    for (int row = 0; row < sensor.heightPx; ++row)
+    {
+        std::memset(buffer + row * stride + sensor.widthPx, 0, stride - sensor.widthPx);
+    }
+    uint8_t* const chroma = buffer + stride * sensor.scanlineRows;
+    std::memset(buffer + stride * sensor.heightPx, 0, chroma - (buffer + stride * sensor.heightPx));
     // The chart is grey: neutral chroma over the image, interleaved U and V for each 2 x 2 block.
-    uint8_t*  chroma     = buffer + static_cast<size_t>(sensor.strideBytes) * sensor.scanlineRows;
-    const int chromaRows = (sensor.heightPx + 1) / 2;
-    const int rowBytes   = std::min(sensor.strideBytes, (sensor.widthPx + 1) / 2 * 2);
+    const int    chromaRows = (sensor.heightPx + 1) / 2;
+    const size_t rowBytes   = std::min(stride, static_cast<size_t>((sensor.widthPx + 1) / 2 * 2));
     for (int row = 0; row < chromaRows; ++row)
     {
-        std::memset(chroma + static_cast<size_t>(row) * sensor.strideBytes, 0x80, rowBytes);
+        std::memset(chroma + row * stride, 0x80, rowBytes);
+        std::memset(chroma + row * stride + rowBytes, 0, stride - rowBytes);
     }
+    std::memset(chroma + chromaRows * stride, 0, buffer + needed - (chroma + chromaRows * stride));
     return true;
 }
 

@@ -61,6 +61,11 @@ TEST_P(OisResidual, SpreadFollowsGainOverIdealGain)
     s.ois.swapGyroAxes    = c.swap;
     s.ois.loopDelayS      = c.delayS;
     s.ois.residualFloorPx = c.floorPx;
+    // The gain model alone: a lens that follows its command exactly, no stroke limit, one time
+    // for every row.
+    s.ois.servoBandwidthHz = 0.0;
+    s.ois.strokeLimitPx    = 0.0;
+    s.sensor.readoutS      = 0.0;
     const Spread spread   = MotionSpread(sim::Simulator(s));
     EXPECT_NEAR(spread.x / sim::kReferenceBlurPx, c.expectX, c.tolerance);
     EXPECT_NEAR(spread.y / sim::kReferenceBlurPx, c.expectY, c.tolerance);

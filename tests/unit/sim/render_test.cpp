@@ -68,6 +68,7 @@ struct Picture
     double      blurXPx;
     double      blurYPx;
     double      defocusPx;
+    double      readoutS = 0.0;
 };
 
 class PicturedCentres : public ::testing::TestWithParam<Picture>
@@ -84,6 +85,7 @@ TEST_P(PicturedCentres, DarknessCentroidIsTheTrueCentre)
     s.optics.motionBlurXPx  = GetParam().blurXPx;
     s.optics.motionBlurYPx  = GetParam().blurYPx;
     s.optics.defocusSigmaPx = GetParam().defocusPx;
+    s.sensor.readoutS       = GetParam().readoutS;
     const sim::Simulator simulator(s);
     for (uint32_t frame : {0u, 4u, 9u})
     {
@@ -113,7 +115,9 @@ INSTANTIATE_TEST_SUITE_P(
     Pictures, PicturedCentres,
     ::testing::Values(Picture{"Still", 0.0, 0, 0, 0}, Picture{"ShakeExposure", 0.008, 0, 0, 0},
                       Picture{"LinearSmear", 0.0, 15, -6, 0}, Picture{"Defocus", 0.0, 0, 0, 2.5},
-                      Picture{"Everything", 0.008, 10, 10, 1.5}),
+                      Picture{"Everything", 0.008, 10, 10, 1.5},
+                      Picture{"RollingShutter", 0.004, 0, 0, 0, 0.016},
+                      Picture{"RollingEverything", 0.008, 10, 10, 1.5, 0.012}),
     [](const ::testing::TestParamInfo<Picture>& info) { return std::string(info.param.name); });
 
 TEST(SimDiscEdges, TotalDarknessIsTheExactDiscArea)
@@ -214,6 +218,84 @@ TEST(SimCrop, CentreCropCopiesTheSquareAndRefusesMisfits)
               (std::vector<uint8_t>{40, 41, 42, 52, 53, 54, 64, 65, 66}));
     EXPECT_TRUE(sim::CentreCropLuma(luma.data(), 10, 8, 12, 9).empty());
     EXPECT_TRUE(sim::CentreCropLuma(luma.data(), 10, 8, 9, 3).empty());
+}
+
+struct CacheCase
+{
+    const char* name;
+    bool        oisOn;
+    double      noiseDn;
+    double      vignette;
+    double      defocusPx;
+    double      readoutS;
+    int         strideBytes;
+    double      chartOffsetXPx; // moves the discs over the frame's edge
+};
+
+class CachedRendering : public ::testing::TestWithParam<CacheCase>
+{
+};
+
+// The cached path writes paper rows from the cache and evaluates only around the discs; every
+// byte must be the one the full evaluation of every pixel gives.
+TEST_P(CachedRendering, SameBytesAsTheFullRender)
+{
+    const CacheCase& c          = GetParam();
+    sim::Scenario    s          = c.oisOn ? sim::OisOnScenario(0.9, 1.1) : sim::OisOffScenario();
+    s.sensor.noiseStdDn         = c.noiseDn;
+    s.optics.vignetteCornerGain = c.vignette;
+    s.optics.defocusSigmaPx     = c.defocusPx;
+    s.sensor.readoutS           = c.readoutS;
+    s.sensor.strideBytes        = c.strideBytes;
+    s.optics.chartOffsetXPx     = c.chartOffsetXPx;
+    const sim::Simulator simulator(s);
+    const int            stride = simulator.GetScenario().sensor.strideBytes;
+    const size_t         bytes  = static_cast<size_t>(stride) * s.sensor.heightPx;
+    for (uint32_t frame : {0u, 33u, 121u})
+    {
+        std::vector<uint8_t> cached(bytes, 0), full(bytes, 0);
+        simulator.RenderLuma(frame, cached.data(), stride, sim::Simulator::RenderPath::Cached);
+        simulator.RenderLuma(frame, full.data(), stride, sim::Simulator::RenderPath::Full);
+        ASSERT_EQ(cached, full) << "frame " << frame;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Scenarios, CachedRendering,
+    ::testing::Values(CacheCase{"DefaultOisOn", true, 2.0, 1.0, 0.0, 0.004, 0, 0.0},
+                      CacheCase{"OisOffGlobalShutter", false, 2.0, 1.0, 0.0, 0.0, 0, 0.0},
+                      CacheCase{"Vignetting", true, 2.0, 0.6, 0.0, 0.004, 0, 0.0},
+                      CacheCase{"DefocusRolling", false, 5.0, 0.8, 2.5, 0.016, 0, 0.0},
+                      CacheCase{"NoNoise", true, 0.0, 1.0, 0.0, 0.0, 0, 0.0},
+                      CacheCase{"StrideAndDiscOverTheEdge", false, 2.0, 0.7, 0.0, 0.004, 1504,
+                                -560.0}),
+    [](const ::testing::TestParamInfo<CacheCase>& info) { return std::string(info.param.name); });
+
+// The noise pool's rows: samples at the same pixel in two frames, and in neighbouring rows of one
+// frame, are uncorrelated.
+TEST(SimPhotometry, NoiseIsIndependentBetweenFramesAndRows)
+{
+    sim::Scenario s            = SmallScenario();
+    s.chart.discs              = {{-300.0, 0.0, 1.0}}; // bare paper
+    s.sensor.noiseStdDn        = 5.0;
+    const sim::Simulator simulator(s);
+    const sim::Nv12Image a = Rendered(simulator, 4), b = Rendered(simulator, 5);
+    auto correlation = [&](const sim::Nv12Image& p, int dy, const sim::Nv12Image& q)
+    {
+        double sum = 0.0, n = 0.0;
+        for (int y = 0; y < 400; ++y)
+        {
+            for (int x = 0; x < 640; ++x)
+            {
+                sum += (Luma(p, x, y) - s.chart.paperDn) * (Luma(q, x, y + dy) - s.chart.paperDn);
+                n += 1.0;
+            }
+        }
+        return sum / n / 25.0;
+    };
+    EXPECT_NEAR(correlation(a, 0, a), 1.0, 0.05);
+    EXPECT_NEAR(correlation(a, 0, b), 0.0, 0.02);
+    EXPECT_NEAR(correlation(a, 1, a), 0.0, 0.02);
 }
 
 TEST(SimPhotometry, NoiseLevelAndVignetting)

@@ -11,6 +11,7 @@
 #include "cli/calibrationoptions.h"
 #include "cli/optionreader.h"
 #include "cli/summaryoptions.h"
+#include "session/replayfolder.h"
 #include "sim/chart.h"
 #include "sim/simulator.h"
 
@@ -186,6 +187,41 @@ std::string AbsolutePath(const std::string& path)
     return error ? path : absolute;
 }
 
+// A replay folder of the node's own crop dumps carries its frame size, and a dump from frame 0 on
+// holds the frames a default run dropped: it is replayed with the node's default drop, so the
+// node measures the very frames it measured when it dumped them. A folder that cannot be listed
+// is left to the session, which names the problem.
+bool ReadReplayFolder(OptionReader& reader, const chihost::NameValueList& userProps, RunConfig* pConfig)
+{
+    ReplayFolder folder;
+    if (!reader.Has("replay") || !InspectReplayFolder(AbsolutePath(reader.Value("replay")), pConfig->layout, &folder))
+    {
+        return true;
+    }
+    if (folder.kind == ReplayKind::NodeCrops)
+    {
+        for (const char* pName : { "size", "stride", "scanline" })
+        {
+            if (reader.Has(pName))
+            {
+                return reader.Fail("--" + std::string(pName) + " has no meaning with the node's crop dumps: each is " +
+                                   std::to_string(folder.cropSide) + "x" + std::to_string(folder.cropSide) +
+                                   " and replayed in a frame of its own");
+            }
+        }
+        pConfig->layout           = LayoutForCrop(folder.cropSide);
+        const uint64_t defaultDrop = AlgoParams().dropFrames;
+        if (!reader.Has("drop") && !HasEntry(userProps, kAlgoParaProperty) && folder.firstFrame == 0 &&
+            folder.files.size() >= defaultDrop + pConfig->params.verdictFrames + 1)
+        {
+            pConfig->params.dropFrames = static_cast<uint32_t>(defaultDrop);
+            pConfig->algoParaText      = ComposeAlgoPara(pConfig->params);
+        }
+    }
+    pConfig->replayDescription = DescribeReplayFolder(folder);
+    return true;
+}
+
 } // namespace
 
 std::vector<OptionSpec> RunOptionSpecs()
@@ -197,7 +233,7 @@ std::vector<OptionSpec> RunOptionSpecs()
         { "amplitude", true, false, "PX[,PY]", "shake amplitude peak to peak on the crop (default 181.248)" },
         { "freq", true, false, "HZ", "shake frequency, whole Hz (default 4)" },
         { "fps", true, false, "N", "frame rate (default 60)" },
-        { "drop", true, false, "N", "frames the node drops before measuring (default 120; 0 with --replay)" },
+        { "drop", true, false, "N", "frames the node drops before measuring (default 120; 0 with --replay of NV12 frames)" },
         { "noise", true, false, "DN", "sensor read noise, standard deviation in luma steps (default 2.0)" },
         { "size", true, false, "WxH", "frame size, 4:3 or 16:9 (default 1440x1080)" },
         { "stride", true, false, "BYTES", "bytes per row of the frames (default: the width)" },
@@ -206,7 +242,7 @@ std::vector<OptionSpec> RunOptionSpecs()
         { "limit", true, false, "DB", "SR pass limit, written as the node's oisSpec (default 18.0)" },
         { "debug-images", false, false, "", "node debug mode: measure rendered 720x720 images from the device" },
         { "dump-images", false, false, "", "let the node dump every input crop (copied to the output folder)" },
-        { "replay", true, false, "DIR", "measure recorded NV12 frames, one file each, in name order" },
+        { "replay", true, false, "DIR", "measure recorded NV12 frames or the node's crop dumps, in natural name order" },
         { "out", true, false, "DIR", "output folder (default ./oisverify-out)" },
         { "progress-every", true, false, "N", "without a terminal, print progress every N frames (0: never)" },
     };
@@ -239,7 +275,7 @@ bool ParseRunConfig(const Arguments& arguments, RunConfig* pConfig, std::string*
     const chihost::NameValueList userProps(properties.begin() + 1, properties.end());
     if (!CheckConflicts(reader, userProps) || !ReadScenario(reader, &config.scenario) ||
         !ReadLayout(arguments, reader, &config.layout) || !ReadParams(reader, userProps, &config) ||
-        !ReadLimit(reader, properties, &config) ||
+        !ReadLimit(reader, properties, &config) || !ReadReplayFolder(reader, userProps, &config) ||
         !reader.Whole32("progress-every", 0, 1000000, &config.progressEvery))
     {
         return false;

@@ -96,7 +96,9 @@ std::string DescribeSource(const RunConfig& config)
     const std::string module = ModuleText(config.scenario.ois);
     switch (config.source)
     {
-    case FrameSource::Replay: return "recorded frames from " + config.replayDir;
+    case FrameSource::Replay:
+        return "recorded frames from " + config.replayDir +
+               (config.replayDescription.empty() ? "" : ": " + config.replayDescription);
     case FrameSource::DebugImages: return "node debug mode on rendered 720x720 images, " + module;
     case FrameSource::Simulator: break;
     }

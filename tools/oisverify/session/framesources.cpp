@@ -5,13 +5,8 @@
 #include <stdio.h>
 #include <string.h>
 
-#include <algorithm>
-#include <filesystem>
-
 namespace oisverify
 {
-
-namespace fs = std::filesystem;
 
 namespace
 {
@@ -30,12 +25,6 @@ chihost::Nv12View ViewOf(const std::vector<uint8_t>& pixels, const FrameLayout& 
     return view;
 }
 
-std::string LayoutText(const FrameLayout& layout)
-{
-    return std::to_string(layout.width) + "x" + std::to_string(layout.height) + " (stride " +
-           std::to_string(layout.Stride()) + ", scanline " + std::to_string(layout.Scanline()) + ")";
-}
-
 } // namespace
 
 uint64_t Nv12FrameBytes(const FrameLayout& layout)
@@ -46,63 +35,54 @@ uint64_t Nv12FrameBytes(const FrameLayout& layout)
 
 chihost::Status ReplayFrames::Open(const std::string& directory, const FrameLayout& layout)
 {
-    m_layout = layout;
-    m_files.clear();
-    std::error_code error;
-    if (!fs::is_directory(directory, error))
+    ReplayFolder    folder;
+    chihost::Status status = InspectReplayFolder(directory, layout, &folder);
+    if (!status)
     {
-        return chihost::Status::Error("replay folder " + directory + " is not a directory");
+        return status;
     }
-    for (fs::directory_iterator it(directory, error), end; !error && it != end; it.increment(error))
-    {
-        const std::string name = it->path().filename().string();
-        if (name[0] != '.' && it->is_regular_file(error))
-        {
-            m_files.push_back(it->path().string());
-        }
-    }
-    if (error)
-    {
-        return chihost::Status::Error("cannot list replay folder " + directory + ": " + error.message());
-    }
-    if (m_files.empty())
-    {
-        return chihost::Status::Error("replay folder " + directory + " holds no frame files");
-    }
-    std::sort(m_files.begin(), m_files.end());
-    const uint64_t expected = Nv12FrameBytes(layout);
-    for (const std::string& path : m_files)
-    {
-        const uintmax_t size = fs::file_size(path, error);
-        if (error || size != expected)
-        {
-            return chihost::Status::Error(
-                "frame file " + path + " holds " + (error ? "an unknown number of" : std::to_string(size)) +
-                " bytes, but one NV12 frame of " + LayoutText(layout) + " holds " + std::to_string(expected) +
-                " bytes; check --size, --stride and --scanline");
-        }
-    }
-    m_pixels.assign(expected, 0);
+    m_files    = folder.files;
+    m_cropSide = (folder.kind == ReplayKind::NodeCrops) ? folder.cropSide : 0;
+    m_layout   = (m_cropSide != 0) ? LayoutForCrop(m_cropSide) : layout;
+    m_crop.assign(static_cast<size_t>(m_cropSide) * m_cropSide, 0);
+    m_pixels.assign(static_cast<size_t>(Nv12FrameBytes(m_layout)), kMidGreyDn);
     return chihost::Status::Ok();
 }
 
-CHINODEBUFFERHANDLE ReplayFrames::Frame(uint64_t index)
+// Reads one file into the frame: a whole NV12 frame, or a crop dump into the centre of the luma
+// plane at exactly the rows and columns the node crops (the rest stays mid grey).
+bool ReplayFrames::ReadFile(const std::string& path)
 {
-    if (index >= m_files.size())
-    {
-        return nullptr;
-    }
-    const std::string& path  = m_files[index];
-    FILE*              pFile = fopen(path.c_str(), "rb");
-    const size_t       read  = (pFile != nullptr) ? fread(m_pixels.data(), 1, m_pixels.size(), pFile) : 0;
-    const int          err   = errno;
+    std::vector<uint8_t>& target = (m_cropSide != 0) ? m_crop : m_pixels;
+    FILE*                 pFile  = fopen(path.c_str(), "rb");
+    const size_t          read   = (pFile != nullptr) ? fread(target.data(), 1, target.size(), pFile) : 0;
+    const int             err    = errno;
     if (pFile != nullptr)
     {
         fclose(pFile);
     }
-    if (read != m_pixels.size())
+    if (read != target.size())
     {
         m_readError = "cannot read frame file " + path + ": " + (pFile == nullptr ? strerror(err) : "short read");
+        return false;
+    }
+    if (m_cropSide != 0)
+    {
+        const size_t half = m_cropSide / 2;
+        const size_t top  = m_layout.height / 2 - half;
+        const size_t left = m_layout.width / 2 - half;
+        for (size_t row = 0; row < m_cropSide; ++row)
+        {
+            memcpy(&m_pixels[(top + row) * m_layout.Stride() + left], &m_crop[row * m_cropSide], m_cropSide);
+        }
+    }
+    return true;
+}
+
+CHINODEBUFFERHANDLE ReplayFrames::Frame(uint64_t index)
+{
+    if (index >= m_files.size() || !ReadFile(m_files[index]))
+    {
         return nullptr;
     }
     chihost::Status status = m_buffer.Wrap(ViewOf(m_pixels, m_layout), 0);

@@ -10,6 +10,7 @@
 
 #include "chihost/emulator/imagebuffer.h"
 #include "chihost/emulator/requestdriver.h"
+#include "session/replayfolder.h"
 #include "session/runconfig.h"
 
 namespace oisverify
@@ -18,14 +19,15 @@ namespace oisverify
 // Bytes of one NV12 frame of the layout: the luma plane and half as many chroma rows.
 uint64_t Nv12FrameBytes(const FrameLayout& layout);
 
-// A folder of recorded frames: every regular file whose name does not start with '.' is one
-// frame, taken in byte-wise name order (so zero-padded numbers keep their order). Request k gets
-// file k; files are read one at a time as requests ask for them.
+// A folder of recorded frames (see replayfolder.h): every regular file whose name does not start
+// with '.' is one frame, NV12 of the layout or one of the node's crop dumps, taken in natural name
+// order. Request k gets file k; files are read one at a time as requests ask for them.
 class ReplayFrames
 {
 public:
-    // Lists the folder and checks that every file holds exactly one frame of the layout; fails
-    // naming the first file that does not, or an empty or unreadable folder.
+    // Lists the folder and checks that every file holds exactly one frame of the layout or is a
+    // crop dump; fails naming the first file that is neither, or an empty or unreadable folder.
+    // Crop dumps are replayed in the frame LayoutForCrop gives, whatever the layout passed.
     chihost::Status Open(const std::string& directory, const FrameLayout& layout);
 
     size_t                          Count() const { return m_files.size(); }
@@ -37,8 +39,12 @@ public:
 private:
     CHINODEBUFFERHANDLE Frame(uint64_t index);
 
+    bool ReadFile(const std::string& path);
+
     FrameLayout              m_layout;
     std::vector<std::string> m_files; // absolute paths
+    uint32_t                 m_cropSide = 0; // crop dumps: their side; 0: NV12 frames
+    std::vector<uint8_t>     m_crop;
     std::vector<uint8_t>     m_pixels;
     chihost::ImageBuffer     m_buffer;
     std::string              m_readError;

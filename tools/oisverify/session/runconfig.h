@@ -105,6 +105,7 @@ struct RunConfig
     FrameSource   source  = FrameSource::Simulator;
     sim::Scenario scenario;     // frame size, rate and shake mirror layout and params
     std::string   replayDir;    // absolute
+    std::string   replayDescription; // what the replay folder holds and its order, when known
     FrameLayout   layout;
     AlgoParams    params;
     std::string   algoParaText;
