@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # The production-line figures: "oisverify population" over MODULES calibrated modules whose ideal
 # gains spread +-12 % (one search setting, then two side by side), and "oisverify stats" over
-# REPORTS generated station reports. Prints wall time and peak memory of each, the yield before
+# REPORTS generated station reports. Prints wall time, CPU time and peak memory of each, the yield before
 # and after calibration, the share of modules whose selected gains are the search step nearest
 # their ideal gains, and the population's time per module (rendering, node, emulator).
 #
@@ -28,9 +28,9 @@ fi
 timed() {
   local name=$1
   shift
-  /usr/bin/time -f "%e %M" -o "$WORK/$name.time" "$@" >"$WORK/$name.out" 2>"$WORK/$name.err" || true
-  read -r wall peak <"$WORK/$name.time"
-  printf '%-28s %8.1f s wall  %8.1f MiB peak\n' "$name" "$wall" "$(echo "$peak / 1024" | bc -l)"
+  /usr/bin/time -f "%e %M %U %S" -o "$WORK/$name.time" "$@" >"$WORK/$name.out" 2>"$WORK/$name.err" || true
+  read -r wall peak user system <"$WORK/$name.time"
+  printf "%-20s %8.1f s wall %8.1f s CPU %8.1f MiB peak\n" "$name" "$wall" "$(echo "$user + $system" | bc -l)" "$(echo "$peak / 1024" | bc -l)"
 }
 
 mkdir -p "$WORK"

@@ -267,26 +267,29 @@ std::vector<ModuleRecord> InJobOrder(const std::vector<PoolJob>& jobs, const std
     return ordered;
 }
 
-bool DecideIsolation(PopulationConfig* pConfig)
+void DecideIsolation(PopulationConfig* pConfig)
 {
     const bool calibrating = pConfig->settings.front().calibrate;
     if (!calibrating || pConfig->workers == 1)
     {
-        return true;
+        return;
     }
     std::string why;
     if (!pConfig->namespaces)
     {
         printf("no network namespaces (--no-namespace): calibrations run one at a time\n");
     }
-    else if (!NetworkNamespacesAvailable(&why))
+    else if (NetworkNamespacesAvailable(&why))
+    {
+        printf("each calibration worker runs in a network namespace of its own\n");
+    }
+    else
     {
         printf("this machine gives workers no network namespace of their own (%s): the calibration service's "
                "socket name is one per namespace, so calibrations run one at a time\n",
                why.c_str());
         pConfig->namespaces = false;
     }
-    return true;
 }
 
 int RunJobs(PopulationConfig& config, std::vector<ModuleRecord> done)

@@ -22,6 +22,7 @@ constexpr double kBottom  = 46.0;
 const char       kBeforeColour[] = "#8c959f";
 const char       kAfterColour[]  = "#0969da";
 const char       kLimitColour[]  = "#cf222e";
+constexpr size_t kMaxScatterPoints = 4000;
 
 void Axes(SvgDocument& svg, const LinearScale& x, const LinearScale& y, double xLow, double xHigh, double yLow,
           double yHigh, const std::string& xLabel, const std::string& yLabel)
@@ -120,9 +121,11 @@ std::string ScatterSvg(const std::string& title, const std::string& xLabel, cons
             continue;
         }
         svg.BeginGroup(one.id);
-        for (const auto& point : one.points)
+        // A page over a large collection shows an even sample; the CSV has every module.
+        const size_t every = one.points.size() / kMaxScatterPoints + 1;
+        for (size_t i = 0; i < one.points.size(); i += every)
         {
-            svg.Circle(x(point.first), y(point.second), 2.5, one.colour, "fill-opacity=\"0.6\"");
+            svg.Circle(x(one.points[i].first), y(one.points[i].second), 2.5, one.colour, "fill-opacity=\"0.6\"");
         }
         svg.EndGroup();
         svg.Circle(kWidth - 140, legendY - 4, 4, one.colour);

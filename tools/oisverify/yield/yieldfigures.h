@@ -26,7 +26,8 @@ struct ScatterSeries
     std::vector<std::pair<double, double>> points;
 };
 
-// Points with the diagonal y = x; empty series are left out of the legend.
+// Points with the diagonal y = x; empty series are left out of the legend. A series of more than
+// 4000 points is drawn as an even sample of them.
 std::string ScatterSvg(const std::string& title, const std::string& xLabel, const std::string& yLabel,
                        const std::vector<ScatterSeries>& series);
 
