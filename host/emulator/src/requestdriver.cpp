@@ -3,12 +3,24 @@
 
 #include <string.h>
 
-#include <chrono>
+#include <time.h>
 
 #include "chihost/hostclock.h"
 
 namespace chihost
 {
+
+namespace
+{
+
+UINT64 ThreadCpuNs()
+{
+    timespec now{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return static_cast<UINT64>(now.tv_sec) * 1000000000u + static_cast<UINT64>(now.tv_nsec);
+}
+
+} // namespace
 
 const char* const kOisVerifySection = "com.zelk.node.oisverify";
 
@@ -71,10 +83,9 @@ RequestRecord RequestDriver::Submit(const std::vector<CHINODEBUFFERHANDLE>& inpu
     request.frameNum      = record.frameNum;
     request.inputNum      = static_cast<UINT32>(inputList.size());
     request.phInputBuffer = inputList.empty() ? nullptr : inputList.data();
-    const auto start      = std::chrono::steady_clock::now();
+    const UINT64 start    = ThreadCpuNs();
     record.result         = m_session.Callbacks().pProcessRequest(&request);
-    record.nodeNs         = static_cast<UINT64>(
-        std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now() - start).count());
+    record.nodeCpuNs      = ThreadCpuNs() - start;
 
     record.published = ReadPublished(record.frameNum);
     m_last           = record.published;

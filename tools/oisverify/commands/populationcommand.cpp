@@ -185,8 +185,8 @@ void PrintTiming(const std::vector<ModuleRecord>& records, double wallS)
         total += record.totalS;
     }
     const double count = std::max<double>(1.0, static_cast<double>(records.size()));
-    printf("\ntime: %.1f s for %zu modules; per module %.2f s: rendering %.2f s, node %.2f s, emulator %.2f s, "
-           "set-up and collection %.2f s\n",
+    printf("\ntime: %.1f s wall for %zu modules; CPU per module %.2f s: rendering %.2f s, node %.2f s, "
+           "emulator %.2f s, set-up, service and collection %.2f s\n",
            wallS, records.size(), total / count, render / count, node / count, emulator / count,
            (total - render - node - emulator) / count);
 }

@@ -3,7 +3,6 @@
 
 #include <time.h>
 
-#include <chrono>
 
 #include "cli/runoptions.h"
 #include "report/runreport.h"
@@ -39,7 +38,8 @@ bool ModuleRunConfig(const ModuleSpec& module, const TestSetting& setting, const
 RunSummary RunModule(const ModuleSpec& module, const TestSetting& setting, const std::string& nodeLibrary,
                      uint32_t serviceWaitMs, ModuleTiming* pTiming)
 {
-    const auto   start   = std::chrono::steady_clock::now();
+    timespec     start{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &start);
     const time_t started = time(nullptr);
     RunConfig    config;
     RunResult    result;
@@ -66,7 +66,9 @@ RunSummary RunModule(const ModuleSpec& module, const TestSetting& setting, const
     pTiming->renderS   = result.timing.sourceS;
     pTiming->nodeS     = result.timing.nodeS;
     pTiming->emulatorS = result.timing.streamS - result.timing.sourceS - result.timing.nodeS;
-    pTiming->totalS    = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    timespec end{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &end);
+    pTiming->totalS = static_cast<double>(end.tv_sec - start.tv_sec) + static_cast<double>(end.tv_nsec - start.tv_nsec) * 1e-9;
     return summary;
 }
 

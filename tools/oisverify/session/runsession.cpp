@@ -2,6 +2,7 @@
 #include "session/runsession.h"
 
 #include <stdio.h>
+#include <time.h>
 
 #include <algorithm>
 #include <chrono>
@@ -37,6 +38,14 @@ constexpr std::chrono::milliseconds kSocketRetryInterval(100);
 // Debug images beyond the frames for a verdict, so that failed frames never make the node cycle
 // back to an image it measured already.
 constexpr uint32_t kSpareDebugImages = 8;
+
+// CPU time of the calling thread in seconds.
+double ThreadCpuSeconds()
+{
+    timespec now{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
 
 std::string ReadFile(const std::string& path)
 {
@@ -170,9 +179,9 @@ chihost::Status SessionRunner::Open()
                                       : m_static    ? m_static->Provider()
                                                     : m_replay.Provider();
     m_session.SetInputProvider([provider, this](UINT64 frameNum) {
-        const auto start = std::chrono::steady_clock::now();
-        auto       inputs = provider(frameNum);
-        m_result.timing.sourceS += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        const double start  = ThreadCpuSeconds();
+        auto         inputs = provider(frameNum);
+        m_result.timing.sourceS += ThreadCpuSeconds() - start;
         return inputs;
     });
     return status;
@@ -245,7 +254,7 @@ void SessionRunner::Stream(const ProgressSink& progress)
             ? MaxCalibrationRequests(m_config.params, m_config.calibration, std::min(baseX, baseY))
             : MaxRequests(m_config.params);
     chihost::RequestRecord  record;
-    const auto              start = std::chrono::steady_clock::now();
+    const double            start = ThreadCpuSeconds();
     while (m_result.requests < maxRequests)
     {
         if (m_config.source == FrameSource::Replay && m_result.requests >= m_replay.Count())
@@ -255,7 +264,7 @@ void SessionRunner::Stream(const ProgressSink& progress)
             break;
         }
         record = m_session.Step();
-        m_result.timing.nodeS += static_cast<double>(record.nodeNs) * 1e-9;
+        m_result.timing.nodeS += static_cast<double>(record.nodeCpuNs) * 1e-9;
         m_tap.Drain();
         m_result.requests++;
         m_result.finalState = record.published.state;
@@ -276,7 +285,7 @@ void SessionRunner::Stream(const ProgressSink& progress)
             break;
         }
     }
-    m_result.timing.streamS = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    m_result.timing.streamS = ThreadCpuSeconds() - start;
     if (progress)
     {
         progress(Progress(record), true);

@@ -69,8 +69,9 @@ struct CalibrationArtifacts
     sim::BlurSr  finalTruth;
 };
 
-// Where the streaming time of a session went, in seconds of wall time: frames from their source
-// (rendering), the node's process-request callback, and the rest of the request loop.
+// Where the streaming time of a session went, in CPU seconds of the streaming thread (on a shared
+// machine wall time mostly measures the others): frames from their source (rendering), the node's
+// process-request callback, and the rest of the request loop.
 struct SessionTiming
 {
     double sourceS = 0.0;

@@ -55,7 +55,7 @@ struct ModuleRecord
 
     std::string reason; // the first reason of a FAIL, empty on PASS
 
-    // Where a population module's time went, in seconds of wall time.
+    // Where a population module's time went, in CPU seconds (see ModuleTiming).
     double renderS   = 0.0;
     double nodeS     = 0.0;
     double emulatorS = 0.0;

@@ -14,7 +14,9 @@
 namespace oisverify
 {
 
-// Where a population module's time went, in seconds of wall time.
+// Where a population module's time went, in CPU seconds: rendering, the node and the rest of the
+// request loop on the streaming thread, and the whole worker process (set-up, the calibration
+// service, verdicts and summary included).
 struct ModuleTiming
 {
     double renderS   = 0.0;
