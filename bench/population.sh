@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # The production-line figures: "oisverify population" over MODULES calibrated modules whose ideal
 # gains spread +-12 % (one search setting, then two side by side), and "oisverify stats" over
-# REPORTS generated station reports. Prints wall time, CPU time and peak memory of each, the yield before
-# and after calibration, the share of modules whose selected gains are the search step nearest
-# their ideal gains, and the population's CPU time per module (rendering, node, emulator).
+# REPORTS generated station reports. Prints wall time, CPU time and peak memory of each, the
+# yield before and after calibration, the share of modules whose selected gains are the search
+# step nearest their ideal gains, and the population's CPU time per module (rendering, node,
+# emulator).
 #
 #   bash bench/population.sh                       everything, with the tree in ./build
 #   MODULES=50 REPORTS=10000 bash bench/population.sh
