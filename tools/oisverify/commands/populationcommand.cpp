@@ -16,6 +16,7 @@
 #include <chrono>
 #include <filesystem>
 #include <map>
+#include <set>
 
 #include "commands/commands.h"
 #include "population/journal.h"
@@ -292,13 +293,13 @@ void DecideIsolation(PopulationConfig* pConfig)
     }
 }
 
-int RunJobs(PopulationConfig& config, std::vector<ModuleRecord> done)
+// The jobs without a record in the journal.
+std::vector<PoolJob> PendingJobs(const std::vector<PoolJob>& all, const std::vector<ModuleRecord>& done)
 {
-    const std::vector<PoolJob> all = MakeJobs(config);
-    std::map<std::string, bool> finished;
+    std::set<std::string> finished;
     for (const ModuleRecord& record : done)
     {
-        finished[JobKey(record.id, record.setting)] = true;
+        finished.insert(JobKey(record.id, record.setting));
     }
     std::vector<PoolJob> jobs;
     for (const PoolJob& job : all)
@@ -308,34 +309,27 @@ int RunJobs(PopulationConfig& config, std::vector<ModuleRecord> done)
             jobs.push_back(job);
         }
     }
-    DecideIsolation(&config);
-    printf("population: %zu modules x %zu setting(s), %zu to run on %u worker(s)\n", config.modules.size(),
-           config.settings.size(), jobs.size(), config.workers);
-    const std::string journalPath = config.outDir + "/" + kJournalFile;
-    FILE*             pJournal    = fopen(journalPath.c_str(), "ab");
-    if (pJournal == nullptr)
-    {
-        fprintf(stderr, "oisverify population: cannot append to %s: %s\n", journalPath.c_str(), strerror(errno));
-        return 1;
-    }
+    return jobs;
+}
+
+// Runs the jobs with Ctrl-C and SIGTERM caught, journaling each summary as it arrives.
+PoolSummary RunWorkers(const PopulationConfig& config, const std::vector<PoolJob>& jobs, FILE* pJournal,
+                       PopulationProgress& progress, std::vector<ModuleRecord>* pFresh)
+{
     struct sigaction action;
     memset(&action, 0, sizeof(action));
     action.sa_handler = OnInterrupt;
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
-    PopulationProgress progress(all.size(), done.size());
-    const auto         start = std::chrono::steady_clock::now();
-    const std::string  node  = config.nodeLibrary;
-    const uint32_t     waitMs = config.serviceWaitMs;
-    std::vector<ModuleRecord> fresh;
-    PoolOptions options{ config.workers, config.namespaces };
-    const auto  runner = [&node, waitMs](const PoolJob& job) {
+    const std::string node   = config.nodeLibrary;
+    const uint32_t    waitMs = config.serviceWaitMs;
+    const auto        runner = [&node, waitMs](const PoolJob& job) {
         ModuleTiming     timing;
         const RunSummary summary = RunModule(job.module, job.setting, node, waitMs, &timing);
         return SummaryLine(summary, timing);
     };
     const PoolSummary summary = RunPool(
-        jobs, options, runner,
+        jobs, PoolOptions{ config.workers, config.namespaces }, runner,
         [&](size_t, const ModuleRecord& record, const std::string& line) {
             // A worker that gave no summary is not journaled: a resumed run tries the module again.
             if (!line.empty())
@@ -343,23 +337,26 @@ int RunJobs(PopulationConfig& config, std::vector<ModuleRecord> done)
                 AppendJournal(pJournal, line);
             }
             progress.Record(record.passAfter);
-            fresh.push_back(record);
+            pFresh->push_back(record);
         },
         [&progress](size_t count, size_t running) { progress(count, running); }, &g_interrupted);
     progress.Finish();
-    fclose(pJournal);
     signal(SIGINT, SIG_DFL);
     signal(SIGTERM, SIG_DFL);
-    const double wallS = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    done.insert(done.end(), fresh.begin(), fresh.end());
-    const std::vector<ModuleRecord> records = InJobOrder(all, done);
-    std::vector<std::string>        notes;
+    return summary;
+}
+
+// Writes the page and CSV and prints the summary; the exit status.
+int Report(const PopulationConfig& config, size_t jobCount, const std::vector<ModuleRecord>& records,
+           const std::vector<ModuleRecord>& fresh, bool serialised, double wallS)
+{
+    std::vector<std::string> notes;
     if (g_interrupted != 0)
     {
-        notes.push_back("interrupted: " + std::to_string(records.size()) + " of " + std::to_string(all.size()) +
+        notes.push_back("interrupted: " + std::to_string(records.size()) + " of " + std::to_string(jobCount) +
                         " modules done; 'oisverify population --resume --out " + config.outDir + "' continues");
     }
-    if (summary.serialised)
+    if (serialised)
     {
         notes.push_back("calibrations ran one at a time: no network namespace per worker");
     }
@@ -369,12 +366,7 @@ int RunJobs(PopulationConfig& config, std::vector<ModuleRecord> done)
         fprintf(stderr, "oisverify population: %s\n", error.c_str());
         return 1;
     }
-    std::vector<YieldStats> settings;
-    for (const std::string& setting : SettingsOf(records))
-    {
-        settings.push_back(ComputeYield(RecordsOfSetting(records, setting), setting));
-    }
-    PrintYieldSummary(stdout, settings);
+    PrintYieldSummary(stdout, ComputeYieldBySetting(records));
     PrintTiming(fresh, wallS);
     for (const std::string& note : notes)
     {
@@ -388,6 +380,30 @@ int RunJobs(PopulationConfig& config, std::vector<ModuleRecord> done)
     const bool allRan =
         std::none_of(records.begin(), records.end(), [](const ModuleRecord& record) { return record.runError; });
     return allRan ? 0 : 1;
+}
+
+int RunJobs(PopulationConfig& config, std::vector<ModuleRecord> done)
+{
+    const std::vector<PoolJob> all  = MakeJobs(config);
+    const std::vector<PoolJob> jobs = PendingJobs(all, done);
+    DecideIsolation(&config);
+    printf("population: %zu modules x %zu setting(s), %zu to run on %u worker(s)\n", config.modules.size(),
+           config.settings.size(), jobs.size(), config.workers);
+    const std::string journalPath = config.outDir + "/" + kJournalFile;
+    FILE*             pJournal    = fopen(journalPath.c_str(), "ab");
+    if (pJournal == nullptr)
+    {
+        fprintf(stderr, "oisverify population: cannot append to %s: %s\n", journalPath.c_str(), strerror(errno));
+        return 1;
+    }
+    PopulationProgress        progress(all.size(), done.size());
+    const auto                start = std::chrono::steady_clock::now();
+    std::vector<ModuleRecord> fresh;
+    const PoolSummary         summary = RunWorkers(config, jobs, pJournal, progress, &fresh);
+    fclose(pJournal);
+    const double wallS = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    done.insert(done.end(), fresh.begin(), fresh.end());
+    return Report(config, all.size(), InJobOrder(all, done), fresh, summary.serialised, wallS);
 }
 
 } // namespace

@@ -78,6 +78,32 @@ bool SplitWords(int argc, char** argv, int first, std::vector<std::string>* pOpt
     return true;
 }
 
+// Prints the first skipped files and returns them all, with the unpaired persist records, as the
+// page's notes.
+std::vector<std::string> ListSkipped(const CollectedResults& results)
+{
+    std::vector<std::string> notes;
+    for (size_t i = 0; i < results.skipped.size(); i++)
+    {
+        const SkippedFile& skipped = results.skipped[i];
+        notes.push_back("skipped " + skipped.path + ": " + skipped.reason);
+        if (i < kSkippedShown)
+        {
+            printf("  skipped %s: %s\n", skipped.path.c_str(), skipped.reason.c_str());
+        }
+    }
+    if (results.skipped.size() > kSkippedShown)
+    {
+        printf("  ... and %zu more (all listed on the page)\n", results.skipped.size() - kSkippedShown);
+    }
+    if (results.persistUnpaired != 0)
+    {
+        notes.push_back(std::to_string(results.persistUnpaired) +
+                        " persist record(s) without a report beside them: not counted");
+    }
+    return notes;
+}
+
 } // namespace
 
 int RunStats(int argc, char** argv, int first)
@@ -112,36 +138,13 @@ int RunStats(int argc, char** argv, int first)
     const double           readS   = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     printf("read %zu files in %.1f s: %zu modules, %zu skipped\n", results.filesRead, readS, results.records.size(),
            results.skipped.size());
-    std::vector<std::string> notes;
-    for (size_t i = 0; i < results.skipped.size(); i++)
-    {
-        const SkippedFile& skipped = results.skipped[i];
-        notes.push_back("skipped " + skipped.path + ": " + skipped.reason);
-        if (i < kSkippedShown)
-        {
-            printf("  skipped %s: %s\n", skipped.path.c_str(), skipped.reason.c_str());
-        }
-    }
-    if (results.skipped.size() > kSkippedShown)
-    {
-        printf("  ... and %zu more (all listed on the page)\n", results.skipped.size() - kSkippedShown);
-    }
-    if (results.persistUnpaired != 0)
-    {
-        notes.push_back(std::to_string(results.persistUnpaired) +
-                        " persist record(s) without a report beside them: not counted");
-    }
+    const std::vector<std::string> notes = ListSkipped(results);
     if (results.records.empty())
     {
         fprintf(stderr, "oisverify stats: no module results found\n");
         return 1;
     }
-    std::vector<YieldStats> settings;
-    for (const std::string& setting : SettingsOf(results.records))
-    {
-        settings.push_back(ComputeYield(RecordsOfSetting(results.records, setting), setting));
-    }
-    PrintYieldSummary(stdout, settings);
+    PrintYieldSummary(stdout, ComputeYieldBySetting(results.records));
     std::error_code   fsError;
     const std::string outDir =
         std::filesystem::absolute(arguments.Value("out", "oisverify-stats"), fsError).lexically_normal().string();

@@ -156,12 +156,8 @@ void PrintYieldSummary(FILE* pOut, const std::vector<YieldStats>& settings)
 std::string YieldPageHtml(const std::string& title, const std::vector<ModuleRecord>& records,
                           const std::vector<std::string>& notes)
 {
-    std::vector<YieldStats> settings;
-    for (const std::string& setting : SettingsOf(records))
-    {
-        settings.push_back(ComputeYield(RecordsOfSetting(records, setting), setting));
-    }
-    std::string html = "<!DOCTYPE html>\n<html><head><meta charset=\"utf-8\"/><title>" + XmlEscape(title) +
+    const std::vector<YieldStats> settings = ComputeYieldBySetting(records);
+    std::string                   html = "<!DOCTYPE html>\n<html><head><meta charset=\"utf-8\"/><title>" + XmlEscape(title) +
                        "</title><style>" + kStyle + "</style></head><body>\n<h1>" + XmlEscape(title) + "</h1>\n";
     if (!notes.empty())
     {

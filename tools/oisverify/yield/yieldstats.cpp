@@ -227,6 +227,16 @@ YieldStats ComputeYield(const std::vector<ModuleRecord>& records, const std::str
     return stats;
 }
 
+std::vector<YieldStats> ComputeYieldBySetting(const std::vector<ModuleRecord>& records)
+{
+    std::vector<YieldStats> settings;
+    for (const std::string& setting : SettingsOf(records))
+    {
+        settings.push_back(ComputeYield(RecordsOfSetting(records, setting), setting));
+    }
+    return settings;
+}
+
 std::vector<ModuleRecord> RecordsOfSetting(const std::vector<ModuleRecord>& records, const std::string& setting)
 {
     std::vector<ModuleRecord> selected;

@@ -90,6 +90,9 @@ constexpr size_t kMaxHistogramBins = 60;
 
 YieldStats ComputeYield(const std::vector<ModuleRecord>& records, const std::string& setting);
 
+// One YieldStats per search setting, in order of first appearance.
+std::vector<YieldStats> ComputeYieldBySetting(const std::vector<ModuleRecord>& records);
+
 // The records of one search setting, in the order given.
 std::vector<ModuleRecord> RecordsOfSetting(const std::vector<ModuleRecord>& records, const std::string& setting);
 // The settings in order of first appearance.
