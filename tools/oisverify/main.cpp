@@ -25,6 +25,8 @@ const Command kCommands[] = {
       "load the node, show its capabilities, vendor tags and the parameters it derives, destroy it" },
     { "persist", oisverify::RunPersist,
       "check a calibration persist file: each record's CRC, then a summary" },
+    { "population", oisverify::RunPopulation, "run a simulated module population: yield, capability, gains" },
+    { "stats", oisverify::RunStats, "the yield page for collected reports, summaries and persist files" },
 };
 
 void PrintUsage(FILE* pOut)

@@ -3,10 +3,24 @@
 
 #include <string.h>
 
+#include <time.h>
+
 #include "chihost/hostclock.h"
 
 namespace chihost
 {
+
+namespace
+{
+
+UINT64 ThreadCpuNs()
+{
+    timespec now{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return static_cast<UINT64>(now.tv_sec) * 1000000000u + static_cast<UINT64>(now.tv_nsec);
+}
+
+} // namespace
 
 const char* const kOisVerifySection = "com.zelk.node.oisverify";
 
@@ -69,7 +83,9 @@ RequestRecord RequestDriver::Submit(const std::vector<CHINODEBUFFERHANDLE>& inpu
     request.frameNum      = record.frameNum;
     request.inputNum      = static_cast<UINT32>(inputList.size());
     request.phInputBuffer = inputList.empty() ? nullptr : inputList.data();
+    const UINT64 start    = ThreadCpuNs();
     record.result         = m_session.Callbacks().pProcessRequest(&request);
+    record.nodeCpuNs      = ThreadCpuNs() - start;
 
     record.published = ReadPublished(record.frameNum);
     m_last           = record.published;

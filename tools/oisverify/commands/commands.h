@@ -13,6 +13,8 @@ int RunRun(int argc, char** argv, int first);
 int RunPersist(int argc, char** argv, int first);
 // "run --sweep-freq": the run once per listed frequency; `arguments` are the run's, parsed.
 int RunFrequencySweep(int argc, char** argv, int first, const Arguments& arguments);
+int RunPopulation(int argc, char** argv, int first);
+int RunStats(int argc, char** argv, int first);
 
 } // namespace oisverify
 

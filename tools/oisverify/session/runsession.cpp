@@ -2,6 +2,7 @@
 #include "session/runsession.h"
 
 #include <stdio.h>
+#include <time.h>
 
 #include <algorithm>
 #include <chrono>
@@ -40,6 +41,14 @@ constexpr std::chrono::milliseconds kSocketRetryInterval(100);
 // Debug images beyond the frames for a verdict, so that failed frames never make the node cycle
 // back to an image it measured already.
 constexpr uint32_t kSpareDebugImages = 8;
+
+// CPU time of the calling thread in seconds.
+double ThreadCpuSeconds()
+{
+    timespec now{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
 
 std::string ReadFile(const std::string& path)
 {
@@ -168,10 +177,16 @@ chihost::Status SessionRunner::Open()
         ReleaseRoot();
         return status;
     }
-    m_session.SetInputProvider(m_loop        ? m_loop->Provider()
-                               : m_simulated ? m_simulated->Provider()
-                               : m_static    ? m_static->Provider()
-                                             : m_replay.Provider());
+    chihost::InputProvider provider = m_loop        ? m_loop->Provider()
+                                      : m_simulated ? m_simulated->Provider()
+                                      : m_static    ? m_static->Provider()
+                                                    : m_replay.Provider();
+    m_session.SetInputProvider([provider, this](UINT64 frameNum) {
+        const double start  = ThreadCpuSeconds();
+        auto         inputs = provider(frameNum);
+        m_result.timing.sourceS += ThreadCpuSeconds() - start;
+        return inputs;
+    });
     return status;
 }
 
@@ -257,6 +272,7 @@ void SessionRunner::Stream(const ProgressSink& progress)
             ? MaxCalibrationRequests(m_config.params, m_config.calibration, std::min(baseX, baseY))
             : MaxRequests(m_config.params);
     chihost::RequestRecord  record;
+    const double            start = ThreadCpuSeconds();
     while (m_result.requests < maxRequests)
     {
         if (StopSignal() != 0)
@@ -273,6 +289,7 @@ void SessionRunner::Stream(const ProgressSink& progress)
             break;
         }
         record = m_session.Step();
+        m_result.timing.nodeS += static_cast<double>(record.nodeCpuNs) * 1e-9;
         m_tap.Drain();
         m_result.requests++;
         m_result.finalState = record.published.state;
@@ -293,6 +310,7 @@ void SessionRunner::Stream(const ProgressSink& progress)
             break;
         }
     }
+    m_result.timing.streamS = ThreadCpuSeconds() - start;
     if (progress)
     {
         progress(Progress(record), true);

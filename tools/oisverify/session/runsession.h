@@ -81,6 +81,16 @@ struct CalibrationArtifacts
     sim::BlurSr  finalTruth;
 };
 
+// Where the streaming time of a session went, in CPU seconds of the streaming thread (on a shared
+// machine wall time mostly measures the others): frames from their source (rendering), the node's
+// process-request callback, and the rest of the request loop.
+struct SessionTiming
+{
+    double sourceS = 0.0;
+    double nodeS   = 0.0;
+    double streamS = 0.0; // the whole loop, both of the above included
+};
+
 struct RunResult
 {
     std::string            nodeLibraryPath;
@@ -102,6 +112,7 @@ struct RunResult
     std::string            logText;    // the node's log
     std::vector<std::string> nodeFiles; // what the node wrote, copied into the output folder
     CalibrationArtifacts     calibration;
+    SessionTiming            timing;
 };
 
 // Runs the session, after an OIS-off reference session when the configuration asks for one. A

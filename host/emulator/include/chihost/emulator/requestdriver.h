@@ -66,6 +66,7 @@ struct RequestRecord
     AppRequest    asked;
     CDKResult     result    = CDKResultSuccess;
     PublishedInfo published;
+    UINT64        nodeCpuNs = 0; // CPU time of the calling thread in the node's process-request callback
 };
 
 class CHIHOST_EMULATOR_API RequestDriver
