@@ -5,7 +5,7 @@
 #include <math.h>
 
 #include "population/populationoptions.h"
-#include "population/populationspec.h"
+#include "population/populationplan.h"
 #include "session/runconfig.h"
 
 namespace oisverify
@@ -15,13 +15,13 @@ namespace
 
 TEST(PopulationDraw, ModuleDependsOnlyOnSeedAndIndex)
 {
-    PopulationSpec spec;
-    spec.gainSpread = 0.12;
-    spec.swapShare  = 0.5;
-    spec.modules    = 5;
-    const std::vector<ModuleSpec> five = DrawModules(spec);
-    spec.modules                       = 50;
-    const std::vector<ModuleSpec> fifty = DrawModules(spec);
+    PopulationPlan plan;
+    plan.gainSpread = 0.12;
+    plan.swapShare  = 0.5;
+    plan.modules    = 5;
+    const std::vector<ModulePlan> five = DrawModules(plan);
+    plan.modules                       = 50;
+    const std::vector<ModulePlan> fifty = DrawModules(plan);
     for (size_t i = 0; i < five.size(); i++)
     {
         EXPECT_EQ(five[i].id, fifty[i].id);
@@ -33,22 +33,22 @@ TEST(PopulationDraw, ModuleDependsOnlyOnSeedAndIndex)
     EXPECT_NEAR(five[0].idealX, 0.920171, 5e-7);
     EXPECT_NEAR(five[0].idealY, 1.005481, 5e-7);
     EXPECT_TRUE(five[0].swapAxes);
-    spec.seed = 2;
-    EXPECT_NE(DrawModule(spec, 0).idealX, five[0].idealX);
+    plan.seed = 2;
+    EXPECT_NE(DrawModule(plan, 0).idealX, five[0].idealX);
 }
 
 TEST(PopulationDraw, SpreadsStayInsideTheirRanges)
 {
-    PopulationSpec spec;
-    spec.modules     = 2000;
-    spec.idealX      = 1.1;
-    spec.gainSpread  = 0.12;
-    spec.amplitudePx = { 150.0, 200.0 };
-    spec.frameRateHz = { 30.0, 31.0 };
+    PopulationPlan plan;
+    plan.modules     = 2000;
+    plan.idealX      = 1.1;
+    plan.gainSpread  = 0.12;
+    plan.amplitudePx = { 150.0, 200.0 };
+    plan.frameRateHz = { 30.0, 31.0 };
     size_t swapped = 0, at30 = 0;
     double sum     = 0.0;
-    spec.swapShare = 0.25;
-    for (const ModuleSpec& module : DrawModules(spec))
+    plan.swapShare = 0.25;
+    for (const ModulePlan& module : DrawModules(plan))
     {
         EXPECT_GE(module.idealX, 1.1 * 0.88);
         EXPECT_LE(module.idealX, 1.1 * 1.12);
@@ -67,11 +67,11 @@ TEST(PopulationDraw, SpreadsStayInsideTheirRanges)
 
 TEST(PopulationDraw, NormalSpreadHasTheAskedSigma)
 {
-    PopulationSpec spec;
-    spec.modules   = 4000;
-    spec.gainSigma = 0.04;
+    PopulationPlan plan;
+    plan.modules   = 4000;
+    plan.gainSigma = 0.04;
     double sum = 0.0, squares = 0.0;
-    for (const ModuleSpec& module : DrawModules(spec))
+    for (const ModulePlan& module : DrawModules(plan))
     {
         sum += module.idealY;
         squares += module.idealY * module.idealY;
@@ -102,8 +102,8 @@ TEST(NearestSearchTarget, RoundsOntoTheNodesSteps)
 
 TEST(ModulesCsv, ReadsRowsAndNamesTheFirstMistake)
 {
-    PopulationSpec              nominal;
-    std::vector<ModuleSpec>     modules;
+    PopulationPlan              nominal;
+    std::vector<ModulePlan>     modules;
     std::string                 error;
     ASSERT_TRUE(ReadModulesCsv("id,ideal_x,ideal_y,swap,fps\n# comment\nA-1,1.08,0.95,1,30\n\nB_2,1,1,0,60\n", nominal,
                                &modules, &error))
@@ -130,7 +130,7 @@ TEST(ModulesCsv, ReadsRowsAndNamesTheFirstMistake)
     };
     for (const auto& c : bad)
     {
-        std::vector<ModuleSpec> none;
+        std::vector<ModulePlan> none;
         std::string             message;
         EXPECT_FALSE(ReadModulesCsv(c.first, nominal, &none, &message)) << c.first;
         EXPECT_EQ(message, c.second);
@@ -139,7 +139,7 @@ TEST(ModulesCsv, ReadsRowsAndNamesTheFirstMistake)
 
 TEST(ModuleRunWords, DescribeTheModuleAsARun)
 {
-    ModuleSpec module;
+    ModulePlan module;
     module.id          = "ZKP000007";
     module.idealX      = 1.08;
     module.swapAxes    = true;

@@ -20,6 +20,11 @@ struct OrderCase
     const char* pSecond;
 };
 
+void PrintTo(const OrderCase& c, std::ostream* pOut)
+{
+    *pOut << c.pFirst << " < " << c.pSecond;
+}
+
 class NaturalOrder : public ::testing::TestWithParam<OrderCase>
 {
 };

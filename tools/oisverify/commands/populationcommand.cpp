@@ -136,11 +136,11 @@ bool ResolveWords(const std::vector<std::string>& given, const Arguments& argume
     {
         return true;
     }
-    for (const OptionSpec& spec : PopulationOptionSpecs())
+    for (const OptionSpec& plan : PopulationOptionSpecs())
     {
-        if (arguments.Has(spec.name) && !IsResumeOption(spec.name))
+        if (arguments.Has(plan.name) && !IsResumeOption(plan.name))
         {
-            *pError = "--resume runs the interrupted run's population; --" + spec.name +
+            *pError = "--resume runs the interrupted run's population; --" + plan.name +
                       " cannot change it (only --out, -j, --no-namespace and --service-wait)";
             return false;
         }
@@ -165,7 +165,7 @@ bool ResolveWords(const std::vector<std::string>& given, const Arguments& argume
 std::vector<PoolJob> MakeJobs(const PopulationConfig& config)
 {
     std::vector<PoolJob> jobs;
-    for (const ModuleSpec& module : config.modules)
+    for (const ModulePlan& module : config.modules)
     {
         for (const TestSetting& setting : config.settings)
         {
@@ -197,22 +197,22 @@ void PrintTiming(const std::vector<ModuleRecord>& records, double wallS)
 std::vector<std::string> WordsToSave(const Arguments& arguments, const PopulationConfig& config)
 {
     std::vector<std::string> words;
-    for (const OptionSpec& spec : PopulationOptionSpecs())
+    for (const OptionSpec& plan : PopulationOptionSpecs())
     {
-        if (!arguments.Has(spec.name) || IsResumeOption(spec.name))
+        if (!arguments.Has(plan.name) || IsResumeOption(plan.name))
         {
             continue;
         }
-        if (!spec.takesValue)
+        if (!plan.takesValue)
         {
-            words.push_back("--" + spec.name);
+            words.push_back("--" + plan.name);
             continue;
         }
-        for (const std::string& value : arguments.Values(spec.name))
+        for (const std::string& value : arguments.Values(plan.name))
         {
-            words.push_back("--" + spec.name);
-            words.push_back(spec.name == "modules-csv" ? config.modulesCsv
-                            : spec.name == "node"      ? config.nodeLibrary
+            words.push_back("--" + plan.name);
+            words.push_back(plan.name == "modules-csv" ? config.modulesCsv
+                            : plan.name == "node"      ? config.nodeLibrary
                                                        : value);
         }
     }

@@ -12,7 +12,7 @@
 namespace oisverify
 {
 
-bool ModuleRunConfig(const ModuleSpec& module, const TestSetting& setting, const std::string& nodeLibrary,
+bool ModuleRunConfig(const ModulePlan& module, const TestSetting& setting, const std::string& nodeLibrary,
                      uint32_t serviceWaitMs, RunConfig* pConfig, std::string* pError)
 {
     std::vector<std::string> words = ModuleRunWords(module, setting);
@@ -35,7 +35,7 @@ bool ModuleRunConfig(const ModuleSpec& module, const TestSetting& setting, const
     return true;
 }
 
-RunSummary RunModule(const ModuleSpec& module, const TestSetting& setting, const std::string& nodeLibrary,
+RunSummary RunModule(const ModulePlan& module, const TestSetting& setting, const std::string& nodeLibrary,
                      uint32_t serviceWaitMs, ModuleTiming* pTiming)
 {
     timespec     start{};

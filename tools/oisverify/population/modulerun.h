@@ -9,7 +9,7 @@
 
 #include <string>
 
-#include "population/populationspec.h"
+#include "population/populationplan.h"
 #include "report/runsummary.h"
 #include "session/runconfig.h"
 #include "yield/summaryrecord.h"
@@ -19,12 +19,12 @@ namespace oisverify
 
 // The run configuration of a module under a setting; writes nothing, prints no progress, and the
 // summary names the module.
-bool ModuleRunConfig(const ModuleSpec& module, const TestSetting& setting, const std::string& nodeLibrary,
+bool ModuleRunConfig(const ModulePlan& module, const TestSetting& setting, const std::string& nodeLibrary,
                      uint32_t serviceWaitMs, RunConfig* pConfig, std::string* pError);
 
 // Configures and runs the module: its summary (verdict ERROR when the session could not run) and
 // where the time went.
-RunSummary RunModule(const ModuleSpec& module, const TestSetting& setting, const std::string& nodeLibrary,
+RunSummary RunModule(const ModulePlan& module, const TestSetting& setting, const std::string& nodeLibrary,
                      uint32_t serviceWaitMs, ModuleTiming* pTiming);
 
 } // namespace oisverify

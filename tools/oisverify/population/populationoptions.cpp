@@ -36,23 +36,23 @@ bool ReadRange(OptionReader& reader, const char* pName, double min, double max, 
     return true;
 }
 
-bool ReadSpec(OptionReader& reader, PopulationSpec* pSpec)
+bool ReadPlan(OptionReader& reader, PopulationPlan* pPlan)
 {
     if (reader.Has("gain-spread") && reader.Has("gain-sigma"))
     {
         return reader.Fail("--gain-spread (uniform) and --gain-sigma (normal) are two shapes of one spread; give one");
     }
-    return reader.Whole32("modules", 1, kMaxModules, &pSpec->modules) &&
-           reader.Whole("seed", 0, UINT64_MAX, &pSpec->seed) &&
-           reader.Pair("ideal-gain", 0.01, 10.0, &pSpec->idealX, &pSpec->idealY) &&
-           reader.Number("gain-spread", 0.0, 0.9, &pSpec->gainSpread) &&
-           reader.Number("gain-sigma", 0.0, 0.3, &pSpec->gainSigma) &&
-           reader.Pair("gain", 0.01, 10.0, &pSpec->baseX, &pSpec->baseY) &&
-           reader.Number("swap-share", 0.0, 1.0, &pSpec->swapShare) &&
-           ReadRange(reader, "amplitude", 0.0, 1000.0, &pSpec->amplitudePx) &&
-           ReadRange(reader, "noise", 0.0, 50.0, &pSpec->noiseDn) &&
-           ReadRange(reader, "fps", 1.0, 1000.0, &pSpec->frameRateHz) &&
-           ReadRange(reader, "freq", 1.0, 500.0, &pSpec->shakeFreqHz);
+    return reader.Whole32("modules", 1, kMaxModules, &pPlan->modules) &&
+           reader.Whole("seed", 0, UINT64_MAX, &pPlan->seed) &&
+           reader.Pair("ideal-gain", 0.01, 10.0, &pPlan->idealX, &pPlan->idealY) &&
+           reader.Number("gain-spread", 0.0, 0.9, &pPlan->gainSpread) &&
+           reader.Number("gain-sigma", 0.0, 0.3, &pPlan->gainSigma) &&
+           reader.Pair("gain", 0.01, 10.0, &pPlan->baseX, &pPlan->baseY) &&
+           reader.Number("swap-share", 0.0, 1.0, &pPlan->swapShare) &&
+           ReadRange(reader, "amplitude", 0.0, 1000.0, &pPlan->amplitudePx) &&
+           ReadRange(reader, "noise", 0.0, 50.0, &pPlan->noiseDn) &&
+           ReadRange(reader, "fps", 1.0, 1000.0, &pPlan->frameRateHz) &&
+           ReadRange(reader, "freq", 1.0, 500.0, &pPlan->shakeFreqHz);
 }
 
 bool ReadSettings(const Arguments& arguments, OptionReader& reader, PopulationConfig* pConfig)
@@ -101,7 +101,7 @@ bool ReadModules(OptionReader& reader, PopulationConfig* pConfig)
 {
     if (!reader.Has("modules-csv"))
     {
-        pConfig->modules = DrawModules(pConfig->spec);
+        pConfig->modules = DrawModules(pConfig->plan);
         return true;
     }
     for (const char* pName : { "modules", "gain-spread", "gain-sigma", "swap-share" })
@@ -120,7 +120,7 @@ bool ReadModules(OptionReader& reader, PopulationConfig* pConfig)
         return reader.Fail("cannot read --modules-csv " + pConfig->modulesCsv);
     }
     std::string error;
-    if (!ReadModulesCsv(text.str(), pConfig->spec, &pConfig->modules, &error))
+    if (!ReadModulesCsv(text.str(), pConfig->plan, &pConfig->modules, &error))
     {
         return reader.Fail(pConfig->modulesCsv + ": " + error);
     }
@@ -193,7 +193,7 @@ bool ParsePopulationConfig(const Arguments& arguments, PopulationConfig* pConfig
     const long       cores = sysconf(_SC_NPROCESSORS_ONLN);
     config.workers         = cores > 0 ? static_cast<uint32_t>(cores) : 1;
     uint32_t waitS         = config.serviceWaitMs / 1000;
-    if (!ReadSpec(reader, &config.spec) || !ReadSettings(arguments, reader, &config) ||
+    if (!ReadPlan(reader, &config.plan) || !ReadSettings(arguments, reader, &config) ||
         !reader.Whole32("jobs", 1, kMaxWorkers, &config.workers) || !reader.Whole32("service-wait", 0, 3600, &waitS) ||
         !ReadModules(reader, &config))
     {

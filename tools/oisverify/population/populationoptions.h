@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "cli/arguments.h"
-#include "population/populationspec.h"
+#include "population/populationplan.h"
 
 namespace oisverify
 {
@@ -18,8 +18,8 @@ std::vector<OptionSpec> PopulationOptionSpecs();
 
 struct PopulationConfig
 {
-    PopulationSpec           spec;
-    std::vector<ModuleSpec>  modules;
+    PopulationPlan           plan;
+    std::vector<ModulePlan>  modules;
     std::vector<TestSetting> settings; // one per --search, or the single verification setting
     std::string              modulesCsv; // absolute, when given
     uint32_t                 workers    = 1;

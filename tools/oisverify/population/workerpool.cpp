@@ -113,7 +113,7 @@ ModuleRecord Reap(const std::vector<PoolJob>& jobs, Worker& worker, std::string*
     if (!RecordFromSummaryText(*pLine, &record, &why))
     {
         pLine->clear();
-        const ModuleSpec& module = jobs[worker.job].module;
+        const ModulePlan& module = jobs[worker.job].module;
         record                   = ModuleRecord();
         record.id                = module.id;
         record.fuseId            = module.id;

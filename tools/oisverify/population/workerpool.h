@@ -17,7 +17,7 @@
 #include <string>
 #include <vector>
 
-#include "population/populationspec.h"
+#include "population/populationplan.h"
 #include "yield/modulerecord.h"
 
 namespace oisverify
@@ -25,7 +25,7 @@ namespace oisverify
 
 struct PoolJob
 {
-    ModuleSpec  module;
+    ModulePlan  module;
     TestSetting setting;
 };
 

@@ -5,7 +5,7 @@
 
 #include <cjson/cJSON.h>
 
-#include "population/populationspec.h"
+#include "population/populationplan.h"
 
 namespace oisverify
 {

@@ -4,8 +4,8 @@
 // Draws are seeded per module: module i's parameters depend only on the seed and i, so a larger
 // population or a resumed run draws the same modules again. The random numbers are the tool's own
 // (splitmix64, Box-Muller), so the draws are the same with every standard library.
-#ifndef ZELK_TOOLS_OISVERIFY_POPULATIONSPEC_H
-#define ZELK_TOOLS_OISVERIFY_POPULATIONSPEC_H
+#ifndef ZELK_TOOLS_OISVERIFY_POPULATIONPLAN_H
+#define ZELK_TOOLS_OISVERIFY_POPULATIONPLAN_H
 
 #include <stdint.h>
 
@@ -25,7 +25,7 @@ struct ValueRange
 // Reads "V" or "LOW:HIGH" within [min, max]; false for anything else.
 bool ParseValueRange(const std::string& text, double min, double max, ValueRange* pRange);
 
-struct PopulationSpec
+struct PopulationPlan
 {
     uint32_t   modules      = 100;
     uint64_t   seed         = 1;
@@ -43,7 +43,7 @@ struct PopulationSpec
 };
 
 // One module as the line would test it.
-struct ModuleSpec
+struct ModulePlan
 {
     std::string id; // also its fuse ID
     double      idealX      = 1.0;
@@ -58,13 +58,13 @@ struct ModuleSpec
     uint64_t    seed        = 1; // sensor noise and OIS residual
 };
 
-ModuleSpec DrawModule(const PopulationSpec& spec, uint32_t index);
-std::vector<ModuleSpec> DrawModules(const PopulationSpec& spec);
+ModulePlan DrawModule(const PopulationPlan& plan, uint32_t index);
+std::vector<ModulePlan> DrawModules(const PopulationPlan& plan);
 
 // The CSV columns a modules file may have; "id" is required, a missing column takes the
 // population's nominal value (no spread). Fails with the line and column of the first mistake.
 extern const char* const kModuleCsvColumns;
-bool ReadModulesCsv(const std::string& text, const PopulationSpec& nominal, std::vector<ModuleSpec>* pModules,
+bool ReadModulesCsv(const std::string& text, const PopulationPlan& nominal, std::vector<ModulePlan>* pModules,
                     std::string* pError);
 
 // How each module is tested: the SR limit and, with calibration, one search setting.
@@ -79,7 +79,7 @@ struct TestSetting
 };
 
 // The words of the equivalent "oisverify run".
-std::vector<std::string> ModuleRunWords(const ModuleSpec& module, const TestSetting& setting);
+std::vector<std::string> ModuleRunWords(const ModulePlan& module, const TestSetting& setting);
 
 // The search target nearest the ideal gain (the lower of two equally near): targets are
 // base x (1 - limit) + n x base x step up to base x (1 + limit), computed as the node does.
@@ -87,4 +87,4 @@ double NearestSearchTarget(double base, double stepFraction, double limitFractio
 
 } // namespace oisverify
 
-#endif // ZELK_TOOLS_OISVERIFY_POPULATIONSPEC_H
+#endif // ZELK_TOOLS_OISVERIFY_POPULATIONPLAN_H

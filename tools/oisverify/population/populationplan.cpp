@@ -1,5 +1,5 @@
-// A simulated production population; see populationspec.h.
-#include "population/populationspec.h"
+// A simulated production population; see populationplan.h.
+#include "population/populationplan.h"
 
 #include <math.h>
 #include <stdio.h>
@@ -59,12 +59,12 @@ uint32_t WholeBetween(Random& random, const ValueRange& range)
     return static_cast<uint32_t>(std::min(pick, floor(range.high)));
 }
 
-double DrawIdeal(Random& random, const PopulationSpec& spec, double nominal)
+double DrawIdeal(Random& random, const PopulationPlan& plan, double nominal)
 {
     // Both variates are drawn whatever the shape, so the other draws do not depend on it.
     const double uniform = random.Uniform() * 2.0 - 1.0;
     const double normal  = random.Normal();
-    const double factor  = (spec.gainSigma > 0.0) ? 1.0 + spec.gainSigma * normal : 1.0 + spec.gainSpread * uniform;
+    const double factor  = (plan.gainSigma > 0.0) ? 1.0 + plan.gainSigma * normal : 1.0 + plan.gainSpread * uniform;
     return nominal * std::max(factor, 0.05);
 }
 
@@ -105,7 +105,7 @@ bool ValidId(const std::string& id)
 }
 
 // One field of a CSV row into the module; false for a value out of its range.
-bool ApplyCsvField(const std::string& column, const std::string& value, ModuleSpec* pModule)
+bool ApplyCsvField(const std::string& column, const std::string& value, ModulePlan* pModule)
 {
     if (column == "id")
     {
@@ -121,14 +121,14 @@ bool ApplyCsvField(const std::string& column, const std::string& value, ModuleSp
     {
         const char* name;
         double      min, max;
-        double ModuleSpec::*pField;
+        double ModulePlan::*pField;
     };
-    static const Real kReals[] = { { "ideal_x", 0.01, 10.0, &ModuleSpec::idealX },
-                                   { "ideal_y", 0.01, 10.0, &ModuleSpec::idealY },
-                                   { "gain_x", 0.01, 10.0, &ModuleSpec::baseX },
-                                   { "gain_y", 0.01, 10.0, &ModuleSpec::baseY },
-                                   { "amplitude", 0.0, 1000.0, &ModuleSpec::amplitudePx },
-                                   { "noise", 0.0, 50.0, &ModuleSpec::noiseDn } };
+    static const Real kReals[] = { { "ideal_x", 0.01, 10.0, &ModulePlan::idealX },
+                                   { "ideal_y", 0.01, 10.0, &ModulePlan::idealY },
+                                   { "gain_x", 0.01, 10.0, &ModulePlan::baseX },
+                                   { "gain_y", 0.01, 10.0, &ModulePlan::baseY },
+                                   { "amplitude", 0.0, 1000.0, &ModulePlan::amplitudePx },
+                                   { "noise", 0.0, 50.0, &ModulePlan::noiseDn } };
     for (const Real& real : kReals)
     {
         if (column == real.name)
@@ -168,38 +168,38 @@ bool ParseValueRange(const std::string& text, double min, double max, ValueRange
     return true;
 }
 
-ModuleSpec DrawModule(const PopulationSpec& spec, uint32_t index)
+ModulePlan DrawModule(const PopulationPlan& plan, uint32_t index)
 {
     // Each module's stream starts from the seed and its index, spread by a first splitmix step.
-    Random     random(Random(spec.seed * 0x100000001B3ULL + index).Next());
-    ModuleSpec module;
+    Random     random(Random(plan.seed * 0x100000001B3ULL + index).Next());
+    ModulePlan module;
     char       id[32];
     snprintf(id, sizeof(id), "ZKP%06u", index + 1);
     module.id          = id;
-    module.idealX      = DrawIdeal(random, spec, spec.idealX);
-    module.idealY      = DrawIdeal(random, spec, spec.idealY);
-    module.baseX       = spec.baseX;
-    module.baseY       = spec.baseY;
-    module.swapAxes    = random.Uniform() < spec.swapShare;
-    module.amplitudePx = random.Between(spec.amplitudePx);
-    module.noiseDn     = random.Between(spec.noiseDn);
-    module.frameRateHz = WholeBetween(random, spec.frameRateHz);
-    module.shakeFreqHz = WholeBetween(random, spec.shakeFreqHz);
+    module.idealX      = DrawIdeal(random, plan, plan.idealX);
+    module.idealY      = DrawIdeal(random, plan, plan.idealY);
+    module.baseX       = plan.baseX;
+    module.baseY       = plan.baseY;
+    module.swapAxes    = random.Uniform() < plan.swapShare;
+    module.amplitudePx = random.Between(plan.amplitudePx);
+    module.noiseDn     = random.Between(plan.noiseDn);
+    module.frameRateHz = WholeBetween(random, plan.frameRateHz);
+    module.shakeFreqHz = WholeBetween(random, plan.shakeFreqHz);
     module.seed        = random.Next() >> 16;
     return module;
 }
 
-std::vector<ModuleSpec> DrawModules(const PopulationSpec& spec)
+std::vector<ModulePlan> DrawModules(const PopulationPlan& plan)
 {
-    std::vector<ModuleSpec> modules;
-    for (uint32_t i = 0; i < spec.modules; i++)
+    std::vector<ModulePlan> modules;
+    for (uint32_t i = 0; i < plan.modules; i++)
     {
-        modules.push_back(DrawModule(spec, i));
+        modules.push_back(DrawModule(plan, i));
     }
     return modules;
 }
 
-bool ReadModulesCsv(const std::string& text, const PopulationSpec& nominal, std::vector<ModuleSpec>* pModules,
+bool ReadModulesCsv(const std::string& text, const PopulationPlan& nominal, std::vector<ModulePlan>* pModules,
                     std::string* pError)
 {
     std::istringstream       in(text);
@@ -238,7 +238,7 @@ bool ReadModulesCsv(const std::string& text, const PopulationSpec& nominal, std:
                       std::to_string(columns.size());
             return false;
         }
-        ModuleSpec module;
+        ModulePlan module;
         module.idealX = nominal.idealX;
         module.idealY = nominal.idealY;
         module.baseX  = nominal.baseX;
@@ -272,7 +272,7 @@ std::string TestSetting::Label() const
     return calibrate ? SearchLabel(stepFraction, limitFraction) : "";
 }
 
-std::vector<std::string> ModuleRunWords(const ModuleSpec& module, const TestSetting& setting)
+std::vector<std::string> ModuleRunWords(const ModulePlan& module, const TestSetting& setting)
 {
     std::vector<std::string> words = {
         "--ideal-gain", Format(module.idealX) + "," + Format(module.idealY),
